@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing need, when missing.
+# Run as root on Debian 12; does nothing when everything is there.
+set -euo pipefail
+
+packages=(
+  g++            # compiler
+  cmake          # build
+  ninja-build    # build
+  libicu-dev     # Processor::String and text handling
+  libgtest-dev   # tests
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

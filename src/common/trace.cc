@@ -1,0 +1,13 @@
+#include "common/trace.h"
+
+#include <atomic>
+
+namespace Common {
+namespace {
+std::atomic<int> g_traceLevel{2};
+}  // namespace
+
+void SetTraceLevel(int level) noexcept { g_traceLevel.store(level, std::memory_order_relaxed); }
+int GetTraceLevel() noexcept { return g_traceLevel.load(std::memory_order_relaxed); }
+
+}  // namespace Common

@@ -1,0 +1,16 @@
+// The shutdown routine of the object framework, run once at process end or
+// unload. Module-internal.
+#pragma once
+
+namespace Processor {
+
+// Set when the first singleton is made; the routine runs the singleton part
+// only when it is set.
+void MarkFrameworkStarted() noexcept;
+bool FrameworkStarted() noexcept;
+
+// Raises the trace level to 6, destroys the singletons (when the framework
+// was started) and then every meta-class.
+void Shutdown();
+
+}  // namespace Processor

@@ -1,0 +1,312 @@
+#include <pthread.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "common/error_record.h"
+#include "common/message_error.h"
+#include "common/message_table.h"
+#include "common/site.h"
+#include "vellumrig/error_text.h"
+
+namespace Common {
+namespace {
+
+bool InsideRecord(const Error& e, const void* p) {
+  const auto* base = reinterpret_cast<const std::uint8_t*>(e.Record());
+  const auto* q = static_cast<const std::uint8_t*>(p);
+  return q >= base && q < base + e.Record()->Size;
+}
+
+TEST(ErrorTest, EmptyErrorMeansSuccessAndCodeZeroMakesNoRecord) {
+  Error none;
+  EXPECT_TRUE(none.IsEmpty());
+  EXPECT_EQ(none.Code(), 0u);
+  EXPECT_TRUE(none.Reason().IsEmpty());
+  EXPECT_TRUE(none.GetText().empty());
+  EXPECT_EQ(none.GetFieldNames(), nullptr);
+
+  EXPECT_TRUE(Error(VR_SITE, 0, u"ignored").IsEmpty());
+  EXPECT_TRUE(Error(VR_SITE, 0, "ignored").IsEmpty());
+  EXPECT_TRUE(Error::WithFileName(VR_SITE, 0, u"t", u"f").IsEmpty());
+  EXPECT_TRUE(NoError.IsEmpty());
+}
+
+TEST(ErrorTest, EqualityComparesCodesOnly) {
+  EXPECT_EQ(Error(VR_SITE, 0x40011, u"one"), Error(VR_SITE, 0x40011, "two"));
+  EXPECT_FALSE(Error(VR_SITE, 0x40011) == Error(VR_SITE, 0x40012));
+}
+
+TEST(ErrorTest, EveryKindAnswersItsFieldListAndFields) {
+  struct Case {
+    Error error;
+    const char* fields;
+  };
+  const Case cases[] = {
+      {Error(VR_SITE, 1), "$module"},
+      {Error(VR_SITE, 1, "narrow"), "$module"},
+      {Error(VR_SITE, 1, u"wide"), "$module"},
+      {Error::WithFileName(VR_SITE, 1, u"t", u"a.vhdx"), "fileName,$module"},
+      {Error::WithFullPath(VR_SITE, 1, u"t", u"/x/a.vhdx", u"a.vhdx"), "FullPath,FileName,$module"},
+      {Error::WithEnumValue(VR_SITE, 1, u"t", "7", "BusType"), "ErrorValue,EnumTypeName,$module"},
+      {Error::ForModule(VR_SITE, 1, "libzip.so"), "path,$module"},
+      {Error::ForFunction(VR_SITE, 1, "libzip.so", "zip_open"), "path,function,$module"},
+      {Error::ForFunction(VR_SITE, 1, "libzip.so", std::uint64_t{12}), "path,function,$module"},
+      {Error::WithSyntaxPosition(VR_SITE, 1, u"t", 3, 9), "line,column,$module"},
+      {Error(VR_SITE, 1).AddWindowsError(2).Reason(), "code,$module"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fields);
+    EXPECT_STREQ(c.error.GetFieldNames(), c.fields);
+    EXPECT_STREQ(c.error.GetNarrowString("$module"), "vellumrig_vsa64_35791");
+    EXPECT_EQ(c.error.GetNarrowString("noSuchField"), nullptr);
+    EXPECT_EQ(c.error.GetWideString("noSuchField"), nullptr);
+    EXPECT_EQ(c.error.GetNumber("noSuchField"), 0u);
+  }
+
+  const Error full = cases[4].error;
+  EXPECT_EQ(std::u16string(full.GetWideString("FullPath")), u"/x/a.vhdx");
+  EXPECT_EQ(std::u16string(full.GetWideString("FileName")), u"a.vhdx");
+  const Error enumValue = cases[5].error;
+  EXPECT_STREQ(enumValue.GetNarrowString("ErrorValue"), "7");
+  EXPECT_STREQ(enumValue.GetNarrowString("EnumTypeName"), "BusType");
+  // A field is read only by the accessor of its type.
+  EXPECT_EQ(enumValue.GetWideString("ErrorValue"), nullptr);
+  EXPECT_EQ(cases[8].error.GetNumber("function"), 12u);
+  EXPECT_EQ(cases[8].error.GetNarrowString("function"), nullptr);
+  EXPECT_STREQ(cases[7].error.GetNarrowString("function"), "zip_open");
+  EXPECT_EQ(cases[9].error.GetNumber("line"), 3u);
+  EXPECT_EQ(cases[9].error.GetNumber("column"), 9u);
+  // Kinds without text give none.
+  EXPECT_TRUE(cases[6].error.GetText().empty());
+  EXPECT_TRUE(cases[0].error.GetText().empty());
+}
+
+TEST(ErrorTest, NarrowTextIsWidenedUnitByUnit) {
+  EXPECT_EQ(Error(VR_SITE, 5, "Disk is full.").GetText(), u"Disk is full.");
+  EXPECT_EQ(Error(VR_SITE, 5, "\xE9").GetText(), std::u16string(1, u'\u00E9'));
+}
+
+TEST(ErrorTest, TableTextIsKeptByPointerAndOtherTextIsCopied) {
+  const char16_t* tableText = GetMessage(Msg::InternalError);
+  ASSERT_NE(tableText, nullptr);
+  Error fromTable(VR_SITE, 0x530040, tableText);
+  const std::uint64_t slot = RecordSlots(fromTable.Record())[0];
+  EXPECT_EQ(slot, reinterpret_cast<std::uintptr_t>(tableText));
+  EXPECT_EQ(fromTable.Record()->Size, sizeof(ErrorRecord) + 8);  // no copied bytes
+
+  Error copied;
+  {
+    std::u16string local(tableText);
+    copied = Error(VR_SITE, 0x530040, local.c_str());
+    EXPECT_LT(RecordSlots(copied.Record())[0], copied.Record()->Size);
+    local.assign(local.size(), u'#');
+  }
+  // The record survives the buffer it was made from.
+  EXPECT_EQ(copied.GetText(), u"An internal error.");
+  EXPECT_FALSE(InsideRecord(fromTable, fromTable.GetText().c_str()));
+}
+
+TEST(ErrorTest, CopiedStringsAreOffsetsSoAByteCopyIsAValidClone) {
+  Error original = Error::WithFullPath(VR_SITE, 0x40011, u"gone", u"/a/b", u"b");
+  Error shared = original;  // shared: AddReason must clone
+  shared.AddReason(Error(VR_SITE, 7));
+  ASSERT_NE(shared.Record(), original.Record());
+  EXPECT_TRUE(InsideRecord(shared, shared.GetWideString("FullPath")));
+  EXPECT_EQ(std::u16string(shared.GetWideString("FileName")), u"b");
+  EXPECT_EQ(shared.GetText(), u"gone");
+  original = Error();  // the clone does not depend on the original
+  EXPECT_EQ(std::u16string(shared.GetWideString("FullPath")), u"/a/b");
+  EXPECT_TRUE(InsideRecord(shared, shared.GetWideString("FullPath")));
+}
+
+TEST(ErrorTest, AddReasonOnEmptyErrorBecomesTheCause) {
+  Error outer;
+  Error cause(VR_SITE, 0x40011, u"missing");
+  outer.AddReason(cause);
+  EXPECT_EQ(outer.Record(), cause.Record());
+  EXPECT_EQ(outer.Record()->RefCount, 2);
+}
+
+TEST(ErrorTest, AddReasonOnUnsharedRecordReplacesItsChainInPlace) {
+  Error outer(VR_SITE, 0x530013, u"outer");
+  const ErrorRecord* before = outer.Record();
+  outer.AddReason(Error(VR_SITE, 1, u"first"));
+  outer.AddReason(Error(VR_SITE, 2, u"second"));
+  EXPECT_EQ(outer.Record(), before);
+  EXPECT_EQ(outer.Reason().Code(), 2u);
+  EXPECT_TRUE(outer.Reason().Reason().IsEmpty());
+}
+
+TEST(ErrorTest, AddReasonOnSharedRecordClonesAndLeavesOtherHoldersAlone) {
+  Error first(VR_SITE, 0x530016, u"outer");
+  first.AddReason(Error(VR_SITE, 1, u"old cause"));
+  Error second = first;
+  second.AddReason(Error(VR_SITE, 2, u"new cause"));
+
+  EXPECT_NE(first.Record(), second.Record());
+  EXPECT_EQ(first.Reason().Code(), 1u);
+  EXPECT_EQ(second.Reason().Code(), 2u);
+  // The clone carries only the new cause: the old chain is not carried over.
+  EXPECT_TRUE(second.Reason().Reason().IsEmpty());
+  EXPECT_EQ(second.GetText(), u"outer");
+  EXPECT_EQ(second.Record()->RefCount, 1);
+  EXPECT_EQ(first.Record()->RefCount, 1);
+}
+
+TEST(ErrorTest, FailedCloneKeepsTheErrorAndDropsTheCause) {
+  Error first(VR_SITE, 0x530016, u"outer");
+  Error second = first;
+  Error cause(VR_SITE, 2, u"cause");
+  FailRecordAllocations(1);
+  second.AddReason(cause);
+  FailRecordAllocations(0);
+  EXPECT_EQ(second.Record(), first.Record());
+  EXPECT_TRUE(second.Reason().IsEmpty());
+  EXPECT_EQ(cause.Record()->RefCount, 1);  // the reference taken for it was given back
+}
+
+TEST(ErrorTest, AllocationFailureGivesTheStaticMemoryRecord) {
+  const std::int32_t before = MemoryErrorRecord().RefCount;
+  {
+    FailRecordAllocations(1);
+    Error e(VR_SITE, 0x40011, u"would need memory");
+    FailRecordAllocations(0);
+    EXPECT_EQ(e.Code(), 0xFFF2u);
+    EXPECT_EQ(e.Record(), &MemoryErrorRecord());
+    EXPECT_STREQ(e.GetFieldNames(), "$module");
+    EXPECT_EQ(e.Site().Hash, 0u);
+    // Adding a cause to it clones it instead of changing the static record.
+    e.AddReason(Error(VR_SITE, 3));
+    EXPECT_NE(e.Record(), &MemoryErrorRecord());
+    EXPECT_EQ(e.Code(), 0xFFF2u);
+    EXPECT_EQ(e.Reason().Code(), 3u);
+  }
+  EXPECT_EQ(MemoryErrorRecord().RefCount, before);
+  EXPECT_GE(before, 1);
+}
+
+// Releases a chain on a thread whose stack is far too small for a recursion
+// of that depth.
+TEST(ErrorTest, ReleasingAVeryLongChainNeedsNoDeepStack) {
+  auto* chain = new Error;
+  for (int i = 0; i < 100000; ++i) {
+    Error outer(VR_SITE, static_cast<std::uint32_t>(i + 1));
+    outer.AddReason(*chain);
+    *chain = std::move(outer);
+  }
+  EXPECT_EQ(chain->Code(), 100000u);
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, 64 * 1024);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(
+                &thread, &attr,
+                [](void* p) -> void* {
+                  delete static_cast<Error*>(p);
+                  return nullptr;
+                },
+                chain),
+            0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+}
+
+TEST(ErrorTest, WindowsErrorMapsTheCodeAndUsesTheHelpersSite) {
+  Error e(VR_SITE, 0x40014, u"denied");
+  e.AddWindowsError(5);
+  const Error os = e.Reason();
+  EXPECT_EQ(os.Code(), 0xFFF0u);
+  EXPECT_EQ(os.GetNumber("code"), 0x80070005u);
+  EXPECT_STREQ(os.Site().File, "core\\common\\error");
+  EXPECT_STREQ(os.Site().Function, "Common::Error::AddWindowsError");
+  EXPECT_EQ(os.Site().Line, 314u);
+  // errno 5 is EIO; its text comes from strerror, trimmed.
+  EXPECT_EQ(os.GetText(), FromUtf8(std::strerror(5)));
+
+  Error negative(VR_SITE, 1);
+  negative.AddWindowsError(-1);
+  EXPECT_EQ(negative.Reason().GetNumber("code"), 0xFFFFFFFFu);
+  Error zero(VR_SITE, 1);
+  zero.AddWindowsError(0);
+  EXPECT_EQ(zero.Reason().GetNumber("code"), 0u);
+  // Only the low 16 bits of a large value are kept.
+  Error large(VR_SITE, 1);
+  large.AddWindowsError(0x12345);
+  EXPECT_EQ(large.Reason().GetNumber("code"), 0x80072345u);
+}
+
+TEST(ErrorTest, SystemTextIsTrimmed) {
+  EXPECT_EQ(TrimSystemText(u"Access is denied.\r\n"), u"Access is denied");
+  EXPECT_EQ(TrimSystemText(u"First line.\r\nSecond line.\r\n"), u"First line.\nSecond line.");
+  EXPECT_EQ(TrimSystemText(u"No stop"), u"No stop");
+  EXPECT_EQ(TrimSystemText(u""), u"");
+  EXPECT_EQ(SystemErrorText(0x80070002u), FromUtf8(std::strerror(2)));
+  // The bit that once selected another message source is cleared.
+  EXPECT_EQ(SystemErrorText(0x10000002u), FromUtf8(std::strerror(2)));
+}
+
+TEST(ErrorTest, SiteHashIsTheFileConstantPlusTheLine) {
+  const ErrorSite a = VR_SITE;
+  const ErrorSite b = VR_SITE;
+  EXPECT_EQ(b.Hash - a.Hash, 1u);
+  EXPECT_EQ(b.Line - a.Line, 1u);
+  EXPECT_EQ(a.Hash - a.Line, detail::FileConstant("tests/common/error_test.cc"));
+  EXPECT_STREQ(a.File, "tests/common/error_test.cc");
+  EXPECT_NE(detail::FileConstant("src/common/error.cc"), detail::FileConstant("src/common/site.h"));
+  EXPECT_STREQ(detail::QualifiedName("Common::Error Common::Error::AddWindowsError(int)").Text,
+               "Common::Error::AddWindowsError");
+  EXPECT_STREQ(detail::QualifiedName("std::pair<int, int> X<T>::f(T) [with T = int]").Text,
+               "X<T>::f");
+  EXPECT_STREQ(detail::QualifiedName("int main()").Text, "main");
+}
+
+TEST(ErrorTest, MessageErrorsFillPlaceholdersAndKeepBareTextsInTheTable) {
+  constexpr ErrorMessage kNotSupported{0x53002C, Msg::PropertyNotSupported};
+  Error filled = MessageError(VR_SITE, kNotSupported, {u"Colour"});
+  EXPECT_EQ(filled.GetText(), u"Property 'Colour' is not supported.");
+  EXPECT_TRUE(InsideRecord(filled, reinterpret_cast<const void*>(
+                                       ResolveString(filled.Record(), RecordSlots(filled.Record())[0]))));
+  Error bare = MessageError(VR_SITE, ErrorMessage{0x530040, Msg::InternalError});
+  EXPECT_EQ(reinterpret_cast<const char16_t*>(RecordSlots(bare.Record())[0]),
+            GetMessage(Msg::InternalError));
+
+  EXPECT_EQ(FillPlaceholders(u"{1} before {0}; {2} stays, {x} too", {u"a", u"b"}),
+            u"b before a; {2} stays, {x} too");
+  EXPECT_EQ(FillPlaceholders(u"trailing {", {u"a"}), u"trailing {");
+}
+
+TEST(ErrorTest, FullTextShowsEachBlockOfTheChainOuterFirst) {
+  Error outer = MessageError(VR_SITE, ErrorMessage{0x530013, Msg::CreateVMFailed}, {u"box"});
+  outer.AddReason(Error::WithFileName(VR_SITE, 0x40011, u"Specified file does not exist.", u"a.vmc"));
+  const std::string text = ToUtf8(FullText(outer));
+  const size_t first = text.find("Failed to create virtual machine 'box'.\n\n    Error code: 0x530013");
+  const size_t second = text.find("\nSpecified file does not exist.\n\n    Error code: 0x40011");
+  ASSERT_NE(first, std::string::npos) << text;
+  ASSERT_NE(second, std::string::npos) << text;
+  EXPECT_LT(first, second);
+  EXPECT_NE(text.find("\n    fileName = \"a.vmc\",\n    $module = \"vellumrig_vsa64_35791\""),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find(" : tests/common/error_test.cc("), std::string::npos) << text;
+}
+
+TEST(ErrorTest, CopiesAcrossThreadsKeepTheCountExact) {
+  Error shared(VR_SITE, 9, u"shared");
+  std::thread workers[4];
+  for (auto& w : workers)
+    w = std::thread([&shared] {
+      for (int i = 0; i < 20000; ++i) {
+        Error copy = shared;
+        Error reason = copy.Reason();
+      }
+    });
+  for (auto& w : workers) w.join();
+  EXPECT_EQ(shared.Record()->RefCount, 1);
+}
+
+}  // namespace
+}  // namespace Common

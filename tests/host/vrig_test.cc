@@ -1,0 +1,82 @@
+// vrig as a user runs it.
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct VrigRun {
+  int status;
+  std::string output;  // standard output and standard error
+};
+
+VrigRun Vrig(const std::string& arguments) {
+  const std::string command = std::string(VRIG_PATH) + " " + arguments + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  VrigRun run{-1, {}};
+  if (!pipe) return run;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+  const int status = pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+TEST(VrigTest, InfoPrintsEveryPropertyInOrder) {
+  const VrigRun run = Vrig("info");
+  ASSERT_EQ(run.status, 0) << run.output;
+  const char* lines[] = {"ID = E7F120F4-5479-4C91-AEA0-ACE049E8F4CC\n",
+                         "ResourceName = VHDX files\n",
+                         "Name = Virtual PC\n",
+                         "SupportedFirmwareTypes = 1, 0\n",
+                         "Vendor = Microsoft\n",
+                         "Version = 5.3.582.27\n",
+                         "UUID = E7F120F4-5479-4C91-AEA0-ACE049E8F4CC\n",
+                         "CpuVendor = ",
+                         "CpuArchitecture = ",
+                         "CpuFamily = ",
+                         "CpuModel = "};
+  size_t at = 0;
+  for (const char* line : lines) {
+    const size_t found = run.output.find(line, at);
+    ASSERT_NE(found, std::string::npos) << line << "\n" << run.output;
+    at = found;
+  }
+}
+
+TEST(VrigTest, UnknownCommandsAndWrongArgumentsPrintUsage) {
+  const VrigRun unknown = Vrig("frobnicate");
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_NE(unknown.output.find("usage: vrig"), std::string::npos);
+  EXPECT_EQ(Vrig("").status, 2);
+  EXPECT_EQ(Vrig("info extra").status, 2);
+  EXPECT_EQ(Vrig("help").status, 0);
+}
+
+TEST(VrigTest, MissingModuleIsReportedWithTheLoadersReasons) {
+  // A copy of vrig with no module beside it and none named.
+  char folder[] = "/tmp/vrig-test-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string copy = std::string(folder) + "/vrig";
+  ASSERT_EQ(std::system(("cp " + std::string(VRIG_PATH) + " " + copy).c_str()), 0);
+  const std::string command = "env VELLUMRIG_LIBRARY=/nonexistent/libvellumrig.so LD_LIBRARY_PATH= " +
+                              copy + " info 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string output;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
+  const int status = pclose(pipe);
+  std::system(("rm -rf " + std::string(folder)).c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 1) << output;
+  EXPECT_NE(output.find("Cannot load the vellumrig module"), std::string::npos) << output;
+  EXPECT_NE(output.find("/nonexistent/libvellumrig.so"), std::string::npos) << output;
+}
+
+}  // namespace
