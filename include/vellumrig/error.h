@@ -5,8 +5,9 @@
 // record carries a table of operations (its kind), and everything a host
 // does with an error (copy, release, read text and fields, follow the chain
 // of causes) is inline here and reaches the module only through that table.
-// Raising new records is the module's work; those constructors exist only
-// inside the module build.
+// Raising new records is the work of this project's own libraries (the
+// module and libvellumrig_host); those constructors exist only in their
+// builds.
 #pragma once
 
 #include <atomic>
@@ -148,8 +149,8 @@ class Error {
   ErrorSite Site() const noexcept { return record_ ? record_->Site : ErrorSite{0, nullptr, nullptr, 0}; }
   const ErrorRecord* Record() const noexcept { return record_; }
 
-#if defined(VELLUMRIG_MODULE)
-  // Raising, inside the module only. Code 0 gives an empty error whatever
+#if defined(VELLUMRIG_BUILD)
+  // Raising, inside this project's libraries only. Code 0 gives an empty error whatever
   // else is given. Allocation failure never throws: the static record with
   // code 0xFFF2 stands in.
   Error(const ErrorSite& site, std::uint32_t code) noexcept;
