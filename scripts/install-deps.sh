@@ -9,6 +9,7 @@ packages=(
   ninja-build    # build
   libicu-dev     # Processor::String and text handling
   libgtest-dev   # tests
+  libzip-dev     # reading the resource archive (loaded at run time; headers at build)
 )
 
 missing=()

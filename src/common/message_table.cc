@@ -30,6 +30,7 @@ bool IsValidMessageTable(const std::uint8_t* table, std::uint32_t size) {
 }
 
 const char16_t* GetMessage(std::uint32_t entry) {
+  PrepareMessageTable();
   const std::uint8_t* base = g_activeTable.load(std::memory_order_acquire);
   if (!base || entry >= Read32(base + 4)) return nullptr;
   const std::uint8_t* field = base + 8 + 4 * static_cast<std::size_t>(entry);

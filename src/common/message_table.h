@@ -30,8 +30,13 @@ void SetActiveMessageTable(const std::uint8_t* table);
 // Whether a table has the layout and version of this module's table.
 bool IsValidMessageTable(const std::uint8_t* table, std::uint32_t size);
 
+// Runs before every lookup: in the module it sets up the translated
+// catalogue at the first message and notices language changes later; the
+// host library, which has only English, does nothing.
+void PrepareMessageTable();
+
 // The text of an entry in the active table; null without a table or for an
-// entry number past the table's count.
+// entry number past the table's count. Leaves errno as it was.
 const char16_t* GetMessage(std::uint32_t entry);
 
 // The same, never null: a missing text is the empty string.

@@ -1,23 +1,39 @@
 // Common::Mutex, the process-local recursive lock, and its guard.
-// Module-internal.
+// Used by the module and the host library.
+//
+// The lock knows its owner, so that two misuses are caught by assertions
+// instead of undefined behaviour: unlocking from a thread that does not hold
+// it (refused), and destroying it while held.
 #pragma once
 
-#include <mutex>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
 
 namespace Common {
 
 class Mutex {
  public:
-  void Lock() { m_.lock(); }
-  void Unlock() { m_.unlock(); }
-  bool TryLock() { return m_.try_lock(); }
+  Mutex();
+  ~Mutex();
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  void Lock();
+  // Refused, with an assertion, from a thread that does not hold the lock.
+  void Unlock();
+  bool TryLock();
+  bool HeldByThisThread() const;
 
   // For std::lock_guard and std::unique_lock.
   void lock() { Lock(); }
   void unlock() { Unlock(); }
 
  private:
-  std::recursive_mutex m_;
+  pthread_mutex_t mutex_;
+  std::atomic<std::uint64_t> owner_{0};  // a thread's number, 0 when free
+  std::uint32_t depth_ = 0;
 };
 
 class MutexGuard {
@@ -30,5 +46,8 @@ class MutexGuard {
  private:
   Mutex& m_;
 };
+
+// A number for the calling thread, never 0.
+std::uint64_t CurrentThreadNumber() noexcept;
 
 }  // namespace Common

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "common/resources/catalogue.h"
 #include "common/trace.h"
 #include "processor/meta_class.h"
 #include "processor/singleton.h"
@@ -25,6 +26,7 @@ void Shutdown() {
   Common::SetTraceLevel(6);
   if (g_started.exchange(false, std::memory_order_acq_rel)) ShutdownSingletons();
   DestroyMetaClasses();
+  Common::ShutdownMessageCatalogue();
 }
 
 }  // namespace Processor

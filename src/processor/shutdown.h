@@ -10,7 +10,7 @@ void MarkFrameworkStarted() noexcept;
 bool FrameworkStarted() noexcept;
 
 // Raises the trace level to 6, destroys the singletons (when the framework
-// was started) and then every meta-class.
+// was started) and every meta-class, and closes the resources.
 void Shutdown();
 
 }  // namespace Processor

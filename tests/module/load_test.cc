@@ -16,6 +16,8 @@ using VirtualWareRaw::wstring;
 class HostTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+    setenv("LANGUAGE", "en", 1);
     handle = dlopen(VELLUMRIG_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(handle, nullptr) << dlerror();
     open = reinterpret_cast<SafeOpenVirtualServerFn*>(dlsym(handle, "SafeOpenVirtualServer"));
@@ -135,6 +137,26 @@ TEST_F(HostTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
   } catch (const Common::Error& thrown) {
     EXPECT_EQ(thrown.Code(), 0x530040u);
   }
+}
+
+TEST_F(HostTest, LanguageChangedAtRunTimeReachesTheCatalogueTexts) {
+  Common::Error error;
+  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
+  open(error, 7, server);
+  auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(server);
+  wstring before, during, after, version;
+  properties->GetProperty(u"ResourceName", before);
+  setenv("LANGUAGE", "de", 1);
+  properties->GetProperty(u"ResourceName", during);
+  properties->GetProperty(u"Version", version);
+  Common::Error refused = properties->SetProperty(u"Name", u"x");
+  setenv("LANGUAGE", "en", 1);
+  properties->GetProperty(u"ResourceName", after);
+  EXPECT_EQ(before, u"VHDX files");
+  EXPECT_EQ(during, u"VHDX-Dateien");
+  EXPECT_EQ(after, u"VHDX files");
+  EXPECT_EQ(version, u"5.3.582.27");  // literals do not follow the language
+  EXPECT_EQ(refused.GetText(), u"Eigenschaft 'Name' wird nicht unterstützt.");
 }
 
 TEST_F(HostTest, NullHolderUseThrowsOnTheHostSide) {

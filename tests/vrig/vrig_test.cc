@@ -14,8 +14,10 @@ struct VrigRun {
   std::string output;  // standard output and standard error
 };
 
-VrigRun Vrig(const std::string& arguments) {
-  const std::string command = std::string(VRIG_PATH) + " " + arguments + " 2>&1";
+// Runs vrig with English texts unless `environment` says otherwise.
+VrigRun Vrig(const std::string& arguments, const std::string& environment = "LANGUAGE=en") {
+  const std::string command =
+      "env " + environment + " " + std::string(VRIG_PATH) + " " + arguments + " 2>&1";
   FILE* pipe = popen(command.c_str(), "r");
   VrigRun run{-1, {}};
   if (!pipe) return run;
@@ -47,6 +49,14 @@ TEST(VrigTest, InfoPrintsEveryPropertyInOrder) {
     ASSERT_NE(found, std::string::npos) << line << "\n" << run.output;
     at = found;
   }
+}
+
+TEST(VrigTest, InfoSpeaksTheLanguageOfTheEnvironment) {
+  const VrigRun german = Vrig("info", "LANGUAGE=de");
+  ASSERT_EQ(german.status, 0) << german.output;
+  EXPECT_NE(german.output.find("ResourceName = VHDX-Dateien\n"), std::string::npos) << german.output;
+  const VrigRun unknown = Vrig("info", "LANGUAGE=xx LC_ALL=C");
+  EXPECT_NE(unknown.output.find("ResourceName = VHDX files\n"), std::string::npos) << unknown.output;
 }
 
 TEST(VrigTest, UnknownCommandsAndWrongArgumentsPrintUsage) {

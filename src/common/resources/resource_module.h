@@ -1,0 +1,28 @@
+// The module's own resources: the archive appended to its file, opened once
+// per process. Module-internal.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/resources/resource_api.h"
+#include "vellumrig/file.h"
+
+namespace Common {
+
+// The open archive of the module's own file, or null when it has none.
+Resources::ModuleHandle GetResourceModule();
+// Closes it; the shutdown routine calls this at process end.
+void CloseResourceModule();
+// Which file counts as the module's own: by default the file this code was
+// loaded from. Tests point it elsewhere before the first use.
+void SetResourceModulePath(const std::string& path);
+
+// A file of the archive as an si_file, or null when there is none by that name.
+std::unique_ptr<si_file> OpenResourceFile(const std::u16string& name);
+// A file of the archive in a new buffer, or null.
+std::unique_ptr<std::uint8_t[]> LoadResourceFile(const std::u16string& name, std::size_t& size);
+
+}  // namespace Common

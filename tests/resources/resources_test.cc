@@ -1,0 +1,194 @@
+// The resources inside the built module file, the language choice and the
+// translated catalogue. The module's own path is pointed at the built
+// module before the first message, so this program sees its archive.
+#include <zip.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/flat_error.h"
+#include "common/message_table.h"
+#include "common/resources/resource_api.h"
+#include "common/resources/resource_module.h"
+#include "vellumrig/error_text.h"
+
+namespace Common {
+namespace {
+
+using Resources::ModuleHandle;
+using Resources::ResourceApi;
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// A zip archive written with libzip; `store` keeps entries uncompressed.
+void WriteZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& files,
+              bool store = false) {
+  int error = 0;
+  zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+  ASSERT_NE(z, nullptr);
+  for (const auto& [name, data] : files) {
+    zip_source_t* s = zip_source_buffer(z, data.data(), data.size(), 0);
+    const zip_int64_t index = zip_file_add(z, name.c_str(), s, ZIP_FL_OVERWRITE);
+    ASSERT_GE(index, 0);
+    if (store) zip_set_file_compression(z, static_cast<zip_uint64_t>(index), ZIP_CM_STORE, 0);
+  }
+  ASSERT_EQ(zip_close(z), 0);
+}
+
+class ResourcesTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+    setenv("LANGUAGE", "en", 1);
+    SetResourceModulePath(VELLUMRIG_MODULE_PATH);
+  }
+  void TearDown() override {
+    setenv("LANGUAGE", "en", 1);
+    unsetenv("LC_ALL");
+    ResourceApi::CheckLanguage();
+  }
+  std::string Scratch(const char* name) { return ::testing::TempDir() + name; }
+};
+
+TEST_F(ResourcesTest, ArchiveBehindTheModuleHoldsTheTemplateAndTheLanguages) {
+  ModuleHandle module = ResourceApi::OpenModule(VELLUMRIG_MODULE_PATH);
+  ASSERT_NE(module, nullptr);
+  std::size_t size = 0;
+  auto vmc = ResourceApi::LoadFile(module, "default.vmc", nullptr, size);
+  ASSERT_NE(vmc, nullptr);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(vmc.get()), size),
+            ReadAll(SOURCE_DIR "/resources/default.vmc"));
+  auto locales = ResourceApi::LoadFile(module, "locales", nullptr, size);
+  ASSERT_NE(locales, nullptr);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(locales.get()), size).substr(0, 9), "en,bn,bg,");
+  EXPECT_EQ(ResourceApi::LoadFile(module, "no-such-file", nullptr, size), nullptr);
+  EXPECT_EQ(size, 0u);
+  ResourceApi::CloseModule(module);
+  EXPECT_EQ(ResourceApi::OpenModule("/nonexistent/module.so"), nullptr);
+  EXPECT_EQ(ResourceApi::OpenModule(nullptr), nullptr);
+}
+
+TEST_F(ResourcesTest, WantedLanguagesFollowTheEnvironment) {
+  setenv("LANGUAGE", "pt_BR.UTF-8:de", 1);
+  ResourceApi::CheckLanguage();
+  EXPECT_EQ(ResourceApi::WantedLanguages(), (std::vector<std::string>{"pt_BR", "pt", "de"}));
+  unsetenv("LANGUAGE");
+  setenv("LC_ALL", "de_AT.UTF-8@euro", 1);
+  ResourceApi::CheckLanguage();
+  EXPECT_EQ(ResourceApi::WantedLanguages(), (std::vector<std::string>{"de_AT", "de"}));
+  setenv("LC_ALL", "C", 1);
+  ResourceApi::CheckLanguage();
+  EXPECT_EQ(ResourceApi::WantedLanguages(), (std::vector<std::string>{"en"}));
+}
+
+TEST_F(ResourcesTest, CatalogueFollowsTheLanguageAndOldTextsStayReadable) {
+  const int before = errno = 1234;
+  const char16_t* english = GetMessage(Msg::ResourceNameText);
+  EXPECT_EQ(errno, before);  // a caller may report a system failure afterwards
+  ASSERT_NE(english, nullptr);
+  EXPECT_EQ(std::u16string(english), u"VHDX files");
+
+  setenv("LANGUAGE", "de", 1);
+  const char16_t* german = GetMessage(Msg::ResourceNameText);
+  EXPECT_EQ(std::u16string(german), u"VHDX-Dateien");
+  EXPECT_EQ(MessageText(Msg::FileDiskFull), u"Auf dem Datenträger ist nicht genügend Speicherplatz verfügbar.");
+
+  setenv("LANGUAGE", "en", 1);
+  EXPECT_EQ(MessageText(Msg::ResourceNameText), u"VHDX files");
+  // The German catalogue is never freed: what points into it still reads.
+  EXPECT_EQ(std::u16string(german), u"VHDX-Dateien");
+}
+
+TEST_F(ResourcesTest, ResourceFilesReadRewindAndReportTheirSize) {
+  auto file = OpenResourceFile(u"default.vmc");
+  ASSERT_NE(file, nullptr);
+  const std::string expected = ReadAll(SOURCE_DIR "/resources/default.vmc");
+  EXPECT_EQ(file->Size(), expected.size());
+  std::string got(expected.size(), '\0');
+  EXPECT_EQ(file->Read(got.data(), got.size()), expected.size());
+  EXPECT_EQ(got, expected);
+  file->Rewind();
+  char first[3];
+  EXPECT_EQ(file->Read(first, 3), 3u);
+  EXPECT_EQ(std::memcmp(first, "\xEF\xBB\xBF", 3), 0);
+  EXPECT_FALSE(file->Failed());
+  EXPECT_EQ(OpenResourceFile(u"missing.vmc"), nullptr);
+  std::size_t size = 0;
+  EXPECT_NE(LoadResourceFile(u"locales", size), nullptr);
+}
+
+TEST_F(ResourcesTest, CatalogueOfAnotherVersionOrSizeIsRefused) {
+  std::vector<std::uint8_t> table(kEnglishMessageTable, kEnglishMessageTable + ActiveMessageTable().Size);
+  std::string wrongCount(reinterpret_cast<char*>(table.data()), table.size());
+  wrongCount[4] = static_cast<char>(0xA1);  // 1697 entries
+  std::string wrongSize(reinterpret_cast<char*>(table.data()), table.size());
+  wrongSize += "tail";
+  const std::string path = Scratch("catalogues.zip");
+  WriteZip(path, {{"locales", "en,de,fr"}, {"de/vellumrig.msg", wrongCount}, {"fr/vellumrig.msg", wrongSize}});
+  ModuleHandle module = ResourceApi::OpenModule(path.c_str());
+  ASSERT_NE(module, nullptr);
+  for (const char* lang : {"de", "fr"}) {
+    setenv("LANGUAGE", lang, 1);
+    ResourceApi::CheckLanguage();
+    std::size_t size = 0;
+    auto catalogue = ResourceApi::LoadFile(module, "vellumrig.msg", nullptr, size);
+    ASSERT_NE(catalogue, nullptr) << lang;
+    EXPECT_FALSE(IsValidMessageTable(catalogue.get(), static_cast<std::uint32_t>(size))) << lang;
+  }
+  ResourceApi::CloseModule(module);
+}
+
+TEST_F(ResourcesTest, ReadFailureOfAnEntryIsTheReadersOwnError) {
+  const std::string path = Scratch("damaged.zip");
+  const std::string data(4096, 'v');
+  WriteZip(path, {{"default.vmc", data}}, /*store=*/true);
+  // Damage the stored bytes: the entry's checksum no longer matches.
+  std::string bytes = ReadAll(path);
+  const std::size_t at = bytes.find(data.substr(0, 64));
+  ASSERT_NE(at, std::string::npos);
+  bytes[at + 100] = 'X';
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+
+  ModuleHandle module = ResourceApi::OpenModule(path.c_str());
+  ASSERT_NE(module, nullptr);
+  Resources::FileHandle handle = ResourceApi::OpenFile(module, "default.vmc", nullptr);
+  ASSERT_NE(handle, nullptr);
+  std::string got(8192, '\0');
+  std::size_t read = 0;
+  EXPECT_FALSE(ResourceApi::ReadFile(handle, got.data(), got.size(), read));
+  std::size_t size = 0;
+  auto stream = ResourceApi::GetFileError(handle, size);
+  ASSERT_NE(stream, nullptr);
+  const Error error = ParseFlatError(stream.get(), size);
+  EXPECT_EQ(error.Code(), 0x40001u);
+  EXPECT_FALSE(error.GetText().empty());
+  EXPECT_EQ(std::u16string(error.GetWideString("entry")), u"default.vmc");
+  EXPECT_EQ(std::u16string(error.GetWideString("archive")), FromUtf8(path));
+  EXPECT_STREQ(error.Site().Function, "ResourceApi::ReadFile");
+  ResourceApi::CloseFile(handle);
+  ResourceApi::CloseModule(module);
+}
+
+TEST_F(ResourcesTest, ThreadsOpeningTheModuleShareOneHandle) {
+  ModuleHandle seen[4] = {};
+  std::vector<std::thread> threads;
+  for (auto& s : seen) threads.emplace_back([&s] { s = GetResourceModule(); });
+  for (auto& t : threads) t.join();
+  ASSERT_NE(seen[0], nullptr);
+  for (auto s : seen) EXPECT_EQ(s, seen[0]);
+  EXPECT_EQ(GetResourceModule(), seen[0]);
+}
+
+}  // namespace
+}  // namespace Common
