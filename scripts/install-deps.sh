@@ -10,6 +10,8 @@ packages=(
   libicu-dev     # Processor::String and text handling
   libgtest-dev   # tests
   libzip-dev     # reading the resource archive (loaded at run time; headers at build)
+  clang          # fuzz harnesses
+  libclang-rt-14-dev  # libFuzzer and the sanitizer runtimes for clang
 )
 
 missing=()

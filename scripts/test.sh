@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # Builds and runs every test twice: a plain build, then one under
-# AddressSanitizer and UndefinedBehaviorSanitizer. Both must pass.
+# AddressSanitizer and UndefinedBehaviorSanitizer; then runs each fuzz
+# harness from its seed corpus. All must pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
+export ASAN_OPTIONS=detect_leaks=1
 for variant in release sanitize; do
   echo "== $variant build"
   scripts/build.sh "$variant"
   ctest --test-dir "build/$variant" --output-on-failure -j2
 done
+scripts/fuzz.sh 30

@@ -233,7 +233,10 @@ Error ParseFlatError(const std::uint8_t* bytes, std::size_t length) {
         break;
       }
       ParsedField f{};
-      if (!ReadString(bytes, length, pos, f.Name) || pos >= length) break;
+      // A comma in a name would shift the name list against the offsets.
+      if (!ReadString(bytes, length, pos, f.Name) || pos >= length ||
+          f.Name.find(',') != std::string_view::npos)
+        break;
       f.Type = static_cast<char>(bytes[pos++]);
       if (f.Type == 'N') {
         if (length - pos < 8) break;

@@ -88,6 +88,11 @@ TEST(FlatErrorTest, MalformedTailKeepsTheRecordsCompletedBeforeIt) {
   auto badType = WriteFlatError({Record(1, "first"), Record(2, "second", {{"n", 'N', {}, 9}})});
   badType[badType.size() - 10] = 'Q';
   EXPECT_TRUE(ParseFlatError(badType.data(), badType.size()).Reason().IsEmpty());
+  // A comma in a field name would misalign the record's name list.
+  const auto comma = WriteFlatError({Record(1, "first"), Record(2, "second", {{"a,b", 'N', {}, 9}})});
+  const Error commaChain = ParseFlatError(comma.data(), comma.size());
+  EXPECT_EQ(commaChain.Code(), 1u);
+  EXPECT_TRUE(commaChain.Reason().IsEmpty());
   auto unterminated = WriteFlatError({Record(1, "text")});
   unterminated.resize(1 + 12 + 3);
   unterminated.resize(13 + 3, 'x');
