@@ -1,7 +1,9 @@
 // rio_dir: the host's folder object, through which the module reaches every
 // file. Read side first, write side behind it. Each operation that can fail
 // leaves its error pending in the object (its Status); the caller fetches it
-// with TakeError.
+// with TakeError. Unlike a file, a folder keeps working after a failure: an
+// operation that can fail first drops what an earlier one left pending, so
+// the pending error tells of the latest such operation.
 //
 // Paths are wide text. Both "/" and "\" separate components, so that paths
 // written on Windows (parent locators, .vmc files) resolve here too.
@@ -50,7 +52,8 @@ class rio_dir : public virtual file_object {
   virtual std::unique_ptr<i_file> OpenFile(const std::u16string& name, std::uint32_t mode) = 0;
   // The folder of the enumerator's current entry, or null.
   virtual std::unique_ptr<rio_dir> OpenEntry(const dir_enumerator& entry) = 0;
-  // "." gives a new object on the same folder, ".." its parent.
+  // "." gives a new object on the same folder, ".." its parent. The folder
+  // need not exist (Self tells); a file of that name gives null.
   virtual std::unique_ptr<rio_dir> OpenFolder(const std::u16string& name) = 0;
   // The folder that holds the path's last component, which need not exist;
   // `path` is advanced to that last component. A bare name gives the same
@@ -60,7 +63,7 @@ class rio_dir : public virtual file_object {
   // Null when the name does not exist (with no error pending).
   virtual Processor::AutoRef<dir_item> Find(const std::u16string& name) = 0;
   virtual std::unique_ptr<dir_enumerator> Enumerate() = 0;
-  // Null when this folder does not exist.
+  // Null, with 0x40011 pending, when this folder does not exist.
   virtual Processor::AutoRef<dir_item> Self() = 0;
   // Empty for a root; otherwise ends in a separator.
   virtual std::u16string FullPath() = 0;

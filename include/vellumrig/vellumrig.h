@@ -3,6 +3,7 @@
 
 #include "vellumrig/error.h"
 #include "vellumrig/error_text.h"
+#include "vellumrig/host.h"
 #include "vellumrig/machine.h"
 #include "vellumrig/ref.h"
 #include "vellumrig/server.h"
