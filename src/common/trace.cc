@@ -10,4 +10,8 @@ std::atomic<int> g_traceLevel{2};
 void SetTraceLevel(int level) noexcept { g_traceLevel.store(level, std::memory_order_relaxed); }
 int GetTraceLevel() noexcept { return g_traceLevel.load(std::memory_order_relaxed); }
 
+void TraceErrorValue(int level, const Error&) noexcept {
+  if (level < GetTraceLevel()) return;
+}
+
 }  // namespace Common

@@ -5,9 +5,15 @@
 // framework goes down.
 #pragma once
 
+#include "vellumrig/error.h"
+
 namespace Common {
 
 void SetTraceLevel(int level) noexcept;
 int GetTraceLevel() noexcept;
+
+// Traces an error at `level`. Nothing receives trace lines until a sink is
+// registered, so this only passes the level test for now.
+void TraceErrorValue(int level, const Error& error) noexcept;
 
 }  // namespace Common

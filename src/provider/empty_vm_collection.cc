@@ -3,7 +3,7 @@
 #include "common/site.h"
 #include "provider/errors.h"
 
-namespace Provider {
+namespace VirtualWareRaw {
 
 Common::Error EmptyVMCollectionImpl::GetCount(std::uint32_t& count) {
   count = 0;
@@ -14,4 +14,4 @@ Common::Error EmptyVMCollectionImpl::GetItem(std::uint32_t, Processor::AutoRef<V
   return Common::MessageError(VR_SITE, kVMIndexInvalid);
 }
 
-}  // namespace Provider
+}  // namespace VirtualWareRaw

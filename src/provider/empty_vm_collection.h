@@ -5,7 +5,7 @@
 #include "processor/interface_impl.h"
 #include "vellumrig/machine.h"
 
-namespace Provider {
+namespace VirtualWareRaw {
 
 class EmptyVMCollectionImpl final : public VirtualWareRaw::SafeVMCollection {
  public:
@@ -20,4 +20,4 @@ class EmptyVMCollectionImpl final : public VirtualWareRaw::SafeVMCollection {
   }
 };
 
-}  // namespace Provider
+}  // namespace VirtualWareRaw

@@ -9,10 +9,10 @@ extern "C" __attribute__((visibility("default"))) void SafeOpenVirtualServer(
     Processor::AutoRef<VirtualWareRaw::SafeVirtualServer>& server) {
   try {
     if (!VR_ASSERT(type == VirtualWareRaw::SERVER_TYPE_MS_VIRTUAL_PC)) {
-      error = Common::MessageError(VR_SITE, Provider::kOpenServerFailed);
+      error = Common::MessageError(VR_SITE, VirtualWareRaw::kOpenServerFailed);
       return;
     }
-    server = Processor::MakeRef<VirtualWareRaw::SafeVirtualServer, Provider::MSVirtualPCImpl>();
+    server = Processor::MakeRef<VirtualWareRaw::SafeVirtualServer, VirtualWareRaw::MSVirtualPCImpl>();
     error = Common::NoError;
   } catch (const Common::Error& e) {
     error = e;

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-namespace Provider {
+namespace VirtualWareRaw {
 namespace {
 
 CpuidRegisters RealCpuid(std::uint32_t leaf) {
@@ -60,4 +60,4 @@ std::string CpuArchitecture(const ProcessorInfo& info) {
   return "";
 }
 
-}  // namespace Provider
+}  // namespace VirtualWareRaw

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace Provider {
+namespace VirtualWareRaw {
 
 struct CpuidRegisters {
   std::uint32_t Eax, Ebx, Ecx, Edx;
@@ -29,4 +29,4 @@ const ProcessorInfo& ThisProcessor();
 // "Intel64", "AMD64", "x86", or empty for a 64-bit processor of another vendor.
 std::string CpuArchitecture(const ProcessorInfo& info);
 
-}  // namespace Provider
+}  // namespace VirtualWareRaw

@@ -7,8 +7,9 @@
 #include "provider/errors.h"
 #include "provider/processor_info.h"
 #include "vellumrig/error_text.h"
+#include "vellumrig/folder.h"
 
-namespace Provider {
+namespace VirtualWareRaw {
 namespace {
 
 using VirtualWareRaw::wstring;
@@ -22,13 +23,6 @@ wstring Widen(const std::string& text) { return Common::FromUtf8(text); }
 
 Common::Error NotSupported(const Common::ErrorSite& site, const wstring& name) {
   return Common::MessageError(site, kPropertyNotSupported, {name});
-}
-
-Common::Error Wrapped(const Common::ErrorSite& site, ErrorMessage outer,
-                      std::initializer_list<std::u16string_view> args, const Common::Error& cause) {
-  Common::Error e = Common::MessageError(site, outer, args);
-  e.AddReason(cause);
-  return e;
 }
 
 }  // namespace
@@ -139,7 +133,7 @@ Common::Error MSVirtualPCImpl::CreateVM(const wstring&, const Common::Credential
   try {
     RequireMachines();
   } catch (const Common::Error& e) {
-    return Wrapped(VR_SITE, kCreateVMFailed, {name}, e);
+    return Wrap(VR_SITE, kCreateVMFailed, {name}, e);
   }
   return Common::NoError;
 }
@@ -148,7 +142,7 @@ Common::Error MSVirtualPCImpl::RemoveVM(const wstring&, const Common::Credential
   try {
     RequireMachines();
   } catch (const Common::Error& e) {
-    return Wrapped(VR_SITE, kDeleteVMFailed, {}, e);
+    return Wrap(VR_SITE, kDeleteVMFailed, {}, e);
   }
   return Common::NoError;
 }
@@ -158,7 +152,7 @@ Common::Error MSVirtualPCImpl::GetRegisteredVM(const wstring& id, const Common::
   try {
     RequireMachines();
   } catch (const Common::Error& e) {
-    return Wrapped(VR_SITE, kOpenVMFailed, {id}, e);
+    return Wrap(VR_SITE, kOpenVMFailed, {id}, e);
   }
   return Common::NoError;
 }
@@ -170,15 +164,15 @@ Common::Error MSVirtualPCImpl::GetRegisteredVMs(
     RequireMachines();
     collection = Processor::MakeRef<VirtualWareRaw::SafeVMCollection, EmptyVMCollectionImpl>();
   } catch (const Common::Error& e) {
-    return Wrapped(VR_SITE, kRegisteredVMsFailed, {}, e);
+    return Wrap(VR_SITE, kRegisteredVMsFailed, {}, e);
   }
   return Common::NoError;
 }
 
+// The server keeps a folder of its own on the same place, so that the host
+// may drop or reuse the object it handed over.
 void MSVirtualPCImpl::SetRootDir(rio_dir* root) {
-  // Opening "." on the given folder needs the folder interface; until it
-  // exists only clearing the root is possible.
-  if (!root) root_.reset();
+  root_ = root ? std::shared_ptr<rio_dir>(root->OpenFolder(u".")) : nullptr;
 }
 
 void MSVirtualPCImpl::GetInterface(Processor::InterfaceRef& out, std::uint32_t id) {
@@ -191,4 +185,4 @@ Processor::MetaClass* MSVirtualPCImpl::GetMetaClass() {
   return Processor::InterfaceMetaClass<VirtualWareRaw::SafeVirtualServer>::Instance();
 }
 
-}  // namespace Provider
+}  // namespace VirtualWareRaw

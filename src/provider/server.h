@@ -10,7 +10,7 @@
 #include "processor/interface_impl.h"
 #include "vellumrig/server.h"
 
-namespace Provider {
+namespace VirtualWareRaw {
 
 inline constexpr char kProviderVersion[] = "5.3.582.27";
 inline constexpr char kProviderId[] = "E7F120F4-5479-4C91-AEA0-ACE049E8F4CC";
@@ -73,4 +73,4 @@ class MSVirtualPCImpl final : public VirtualWareRaw::SafeVirtualServer,
   std::shared_ptr<rio_dir> root_;
 };
 
-}  // namespace Provider
+}  // namespace VirtualWareRaw

@@ -5,7 +5,7 @@
 
 #include "provider/processor_info.h"
 
-namespace Provider {
+namespace VirtualWareRaw {
 namespace {
 
 // A processor described by a table of leaves; absent leaves read as zeros.
@@ -86,4 +86,4 @@ TEST(ProcessorInfoTest, ThisMachineIsReadOnce) {
 }
 
 }  // namespace
-}  // namespace Provider
+}  // namespace VirtualWareRaw

@@ -4,7 +4,7 @@
 #include "provider/server.h"
 #include "vellumrig/error_text.h"
 
-namespace Provider {
+namespace VirtualWareRaw {
 namespace {
 
 using Processor::AutoRef;
@@ -162,4 +162,4 @@ TEST_F(ServerTest, GetInterfaceFindsTheFiveInterfacesOnly) {
 }
 
 }  // namespace
-}  // namespace Provider
+}  // namespace VirtualWareRaw
