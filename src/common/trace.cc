@@ -14,4 +14,9 @@ void TraceErrorValue(int level, const Error&) noexcept {
   if (level < GetTraceLevel()) return;
 }
 
+void TraceMessage(int level, std::uint32_t, std::uint32_t, std::uint32_t,
+                  std::initializer_list<std::u16string_view>) noexcept {
+  if (level < GetTraceLevel()) return;
+}
+
 }  // namespace Common

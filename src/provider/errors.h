@@ -35,6 +35,7 @@ inline constexpr ErrorMessage kRenameVMFailed{0x530015, Msg::RenameVMFailed};
 inline constexpr ErrorMessage kParseConfigFailed{0x53000C, Msg::ParseConfigFailed};
 inline constexpr ErrorMessage kInvalidConfigPath{0x53000C, Msg::InvalidConfigPath};
 inline constexpr ErrorMessage kConfigRootMismatch{0x53000C, Msg::ConfigRootMismatch};
+inline constexpr ErrorMessage kInvalidVMName{0x5301DF, Msg::InvalidVMName};
 inline constexpr ErrorMessage kDeviceInterfaceNotSupported{0x530053, Msg::DeviceInterfaceNotSupported};
 
 // Wraps `cause` behind a new error of `outer`: the outer meaning first.

@@ -5,7 +5,12 @@
 #include "common/site.h"
 #include "provider/empty_vm_collection.h"
 #include "provider/errors.h"
+#include "provider/file_utilities.h"
+#include "provider/machine.h"
 #include "provider/processor_info.h"
+#include "provider/vm_collection.h"
+#include "common/assert.h"
+#include "common/trace.h"
 #include "vellumrig/error_text.h"
 #include "vellumrig/folder.h"
 
@@ -32,11 +37,6 @@ std::shared_ptr<rio_dir> MSVirtualPCImpl::Root() const {
   return root_;
 }
 
-void MSVirtualPCImpl::RequireMachines() const {
-  Root();
-  // Machines on disk are not built yet: with a root, say so plainly.
-  throw Common::MessageError(VR_SITE, kNotImplemented);
-}
 
 Common::Error MSVirtualPCImpl::Reserved1() { return Common::NoError; }
 Common::Error MSVirtualPCImpl::Reserved2() { return Common::NoError; }
@@ -67,9 +67,9 @@ Common::Error MSVirtualPCImpl::GetServerName(wstring& name) {
   return Common::NoError;
 }
 
-Common::Error MSVirtualPCImpl::GetVMDefaultFolders(std::vector<wstring>&) {
+Common::Error MSVirtualPCImpl::GetVMDefaultFolders(std::vector<wstring>& folders) {
   try {
-    RequireMachines();
+    folders = VirtualWareRaw::GetVMDefaultFolders(*Root());
   } catch (const Common::Error& e) {
     return e;
   }
@@ -84,14 +84,15 @@ Common::Error MSVirtualPCImpl::GetServerType(std::uint32_t& type) {
 // The forwarding operations let a failure to reach the root escape as a
 // thrown Common::Error: hosts rely on seeing it that way.
 Common::Error MSVirtualPCImpl::CreateObject(const wstring&, wstring&) {
-  RequireMachines();
-  return Common::NoError;
+  Root();
+  // Machines that live only in memory are not built yet.
+  return Common::MessageError(VR_SITE, kNotImplemented);
 }
 
 Common::Error MSVirtualPCImpl::GetObject(const wstring&,
                                          Processor::AutoRef<VirtualWareRaw::PropertySet>&) {
-  RequireMachines();
-  return Common::NoError;
+  Root();
+  return Common::MessageError(VR_SITE, kNotImplemented);
 }
 
 Common::Error MSVirtualPCImpl::GetProperty(const wstring& name, std::vector<wstring>& values) {
@@ -127,42 +128,90 @@ Common::Error MSVirtualPCImpl::GetPropertyNames(std::vector<wstring>& names) {
   return Common::NoError;
 }
 
-Common::Error MSVirtualPCImpl::CreateVM(const wstring&, const Common::Credentials&,
+Common::Error MSVirtualPCImpl::CreateVM(const wstring& storage, const Common::Credentials& credentials,
                                         const wstring& name, std::uint32_t,
-                                        Processor::AutoRef<VirtualWareRaw::SafeVM>&) {
+                                        Processor::AutoRef<SafeVM>& vm) {
   try {
-    RequireMachines();
+    Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::CreatingVM, {name, storage});
+    if (!storage.empty() && credentials.IsGiven())
+      SetAccessCredentialsHelper(*Root(), storage, credentials);
+    wstring where = storage;
+    if (where.empty()) {
+      std::vector<wstring> folders;
+      if (Common::Error error = GetVMDefaultFolders(folders)) throw error;
+      if (!VR_ASSERT(!folders.empty())) throw Common::MessageError(VR_SITE, kInternalError);
+      where = folders.front();
+    }
+    // No test of an existing machine: its file is written over with the
+    // template.
+    vm = CreateMSVPCVirtualMachine(*Root(), where, name);
   } catch (const Common::Error& e) {
     return Wrap(VR_SITE, kCreateVMFailed, {name}, e);
   }
   return Common::NoError;
 }
 
-Common::Error MSVirtualPCImpl::RemoveVM(const wstring&, const Common::Credentials&) {
+Common::Error MSVirtualPCImpl::RemoveVM(const wstring& id, const Common::Credentials& credentials) {
   try {
-    RequireMachines();
+    std::shared_ptr<rio_dir> root = Root();
+    Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::RemovingVM, {id});
+    const char16_t* last = id.c_str();
+    std::unique_ptr<rio_dir> folder = root->OpenParentFolder(last);
+    if (folder && credentials.IsGiven()) SetAccessCredentialsHelper(*folder, folder->FullPath(), credentials);
+    if (!folder) throw root->TakeError();
+    if (!folder->Self()) throw folder->TakeError();
+    const std::u16string file(last);
+    // Opening proves it is a machine file before anything is deleted.
+    OpenMSVPCVirtualMachine(*root, id).Reset();
+    folder->DeleteFile(file);
+    if (Common::Error error = folder->TakeError()) throw error;
+    if (IsFolderEmpty(*folder)) {
+      const std::u16string path = RemoveTrailingSeparators(folder->FullPath(), folder->Separator());
+      const char16_t* name = path.c_str();
+      std::unique_ptr<rio_dir> parent = root->OpenParentFolder(name);
+      if (!parent) throw root->TakeError();
+      parent->DeleteFolder(name);
+      if (Common::Error error = parent->TakeError()) throw error;
+    }
   } catch (const Common::Error& e) {
     return Wrap(VR_SITE, kDeleteVMFailed, {}, e);
   }
   return Common::NoError;
 }
 
-Common::Error MSVirtualPCImpl::GetRegisteredVM(const wstring& id, const Common::Credentials&,
-                                               Processor::AutoRef<VirtualWareRaw::SafeVM>&) {
+Common::Error MSVirtualPCImpl::GetRegisteredVM(const wstring& id, const Common::Credentials& credentials,
+                                               Processor::AutoRef<SafeVM>& vm) {
   try {
-    RequireMachines();
+    std::shared_ptr<rio_dir> root = Root();
+    Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::OpeningVM, {id});
+    const char16_t* last = id.c_str();
+    std::unique_ptr<rio_dir> folder = root->OpenParentFolder(last);
+    if (!folder) throw root->TakeError();
+    if (credentials.IsGiven()) SetAccessCredentialsHelper(*folder, folder->FullPath(), credentials);
+    // The machine resolves the whole identifier itself, so that a relative
+    // one means the same as here.
+    vm = OpenMSVPCVirtualMachine(*root, id);
   } catch (const Common::Error& e) {
     return Wrap(VR_SITE, kOpenVMFailed, {id}, e);
   }
   return Common::NoError;
 }
 
-Common::Error MSVirtualPCImpl::GetRegisteredVMs(
-    const wstring&, const Common::Credentials&, const wstring&,
-    Processor::AutoRef<VirtualWareRaw::SafeVMCollection>& collection) {
+Common::Error MSVirtualPCImpl::GetRegisteredVMs(const wstring& storage,
+                                                const Common::Credentials& credentials,
+                                                const wstring& name,
+                                                Processor::AutoRef<SafeVMCollection>& collection) {
   try {
-    RequireMachines();
-    collection = Processor::MakeRef<VirtualWareRaw::SafeVMCollection, EmptyVMCollectionImpl>();
+    auto found = Processor::MakeRef<CommonVMCollectionImpl, CommonVMCollectionImpl>();
+    std::shared_ptr<rio_dir> root = Root();
+    const char16_t separator = root->Separator();
+    const std::u16string safe = SafeName(name);
+    const std::u16string path =
+        root->FullPath() + storage + separator + safe + separator + safe + u".vmc";
+    // A machine that is not there leaves the list empty; that is no failure.
+    Processor::AutoRef<SafeVM> vm;
+    if (GetRegisteredVM(path, credentials, vm).IsEmpty()) found->Add(vm);
+    collection = found;
   } catch (const Common::Error& e) {
     return Wrap(VR_SITE, kRegisteredVMsFailed, {}, e);
   }

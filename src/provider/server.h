@@ -67,8 +67,6 @@ class MSVirtualPCImpl final : public VirtualWareRaw::SafeVirtualServer,
  private:
   // The root folder, or the error 0x530040 "An internal error." without one.
   std::shared_ptr<rio_dir> Root() const;
-  // Throws when no machine can be reached yet.
-  void RequireMachines() const;
 
   std::shared_ptr<rio_dir> root_;
 };

@@ -1,20 +1,17 @@
 // vrig: the command-line host of libvellumrig.so.
 //
 // It loads the module with dlopen like any host and works only through the
-// module's interfaces. Errors are printed as their full text with the chain
-// of causes, and the exit status is non-zero.
+// module's interfaces, with the POSIX folder of "/" as the server's root.
+// Errors are printed as their full text with the chain of causes, and the
+// exit status is non-zero.
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <string>
 #include <vector>
 
-#include "module.h"
+#include "cli.h"
 
 namespace {
-
-using Processor::AutoRef;
-using VirtualWareRaw::wstring;
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
@@ -23,41 +20,16 @@ constexpr char kUsage[] =
     "usage: vrig <command> [arguments]\n"
     "\n"
     "commands:\n"
-    "  info      print the server's properties, one 'Name = value' a line\n"
-    "  help      print this text\n";
-
-struct Failure {
-  Common::Error Error;
-};
-
-void Check(const Common::Error& error) {
-  if (error) throw Failure{error};
-}
-
-std::string Narrow(const wstring& text) { return Common::ToUtf8(text); }
-
-// A property in its single form, or its list form joined by ", ".
-std::string PropertyText(VirtualWareRaw::PropertySet& properties, const wstring& name) {
-  wstring value;
-  Common::Error single = properties.GetProperty(name, value);
-  if (!single) return Narrow(value);
-  std::vector<wstring> values;
-  if (properties.GetProperty(name, values)) throw Failure{single};
-  std::string joined;
-  for (const auto& v : values) joined += (joined.empty() ? "" : ", ") + Narrow(v);
-  return joined;
-}
-
-int Info(const vrig::Module& module) {
-  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
-  Check(module.OpenServer(server));
-  auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(server);
-  std::vector<wstring> names;
-  Check(properties->GetPropertyNames(names));
-  for (const auto& name : names)
-    std::printf("%s = %s\n", Narrow(name).c_str(), PropertyText(*properties, name).c_str());
-  return 0;
-}
+    "  info                              the server's properties, 'Name = value' a line\n"
+    "  vm create <storage> <name>        make a machine; prints its .vmc path\n"
+    "  vm show <vmc>                     a machine's properties\n"
+    "  vm set <vmc> <property> <value>   change Name, Memory (bytes), FirmwareType or CPUs\n"
+    "  vm rename <vmc> <new name>        rename folder and file; prints the new path\n"
+    "  vm rm <vmc>                       remove the machine, and its folder when empty\n"
+    "  vm find <storage> <name>          prints the machine's path when it is there\n"
+    "  help                              this text\n"
+    "\n"
+    "Relative paths are taken from the current folder.\n";
 
 }  // namespace
 
@@ -67,19 +39,25 @@ int main(int argc, char** argv) {
     return kExitUsage;
   }
   const std::string command = argv[1];
+  const std::vector<std::string> args(argv + 2, argv + argc);
   if (command == "help" || command == "--help" || command == "-h") {
     std::fputs(kUsage, stdout);
     return 0;
   }
   try {
-    if (command == "info" && argc == 2) {
+    if (command == "info") {
       vrig::Module module;
-      return Info(module);
+      return vrig::Info(module, args);
     }
-    std::fprintf(stderr, "vrig: unknown command or wrong arguments: %s\n\n%s",
-                 command.c_str(), kUsage);
+    if (command == "vm") {
+      vrig::Module module;
+      return vrig::Vm(module, args);
+    }
+    throw vrig::UsageError{"unknown command: " + command};
+  } catch (const vrig::UsageError& usage) {
+    std::fprintf(stderr, "vrig: %s\n\n%s", usage.Text.c_str(), kUsage);
     return kExitUsage;
-  } catch (const Failure& failure) {
+  } catch (const vrig::Failure& failure) {
     std::fprintf(stderr, "vrig: %s\n", Common::ToUtf8(Common::FullText(failure.Error)).c_str());
   } catch (const Common::Error& error) {
     std::fprintf(stderr, "vrig: %s\n", Common::ToUtf8(Common::FullText(error)).c_str());

@@ -1,0 +1,314 @@
+#include "provider/machine.h"
+
+#include <string>
+
+#include <unicode/uchar.h>
+
+#include "common/assert.h"
+#include "common/file_errors.h"
+#include "common/resources/resource_module.h"
+#include "common/site.h"
+#include "common/trace.h"
+#include "provider/enumerations.h"
+#include "provider/errors.h"
+#include "provider/file_utilities.h"
+#include "provider/from_string.h"
+#include "vellumrig/error_text.h"
+
+namespace VirtualWareRaw {
+namespace {
+
+constexpr char kFirmwarePath[] = "preferences.hardware.firmware.value";
+constexpr char kMemoryPath[] = "preferences.hardware.memory.ram_size";
+constexpr char16_t kConfigExtension[] = u".vmc";
+
+constexpr const char16_t* kPropertyNames[] = {u"ID",  u"Name",    u"FileName",   u"Memory",
+                                              u"CPUs", u"GuestOS", u"PowerState", u"FirmwareType"};
+
+Common::Error NotSupported(const Common::ErrorSite& site, const wstring& name) {
+  return Common::MessageError(site, kPropertyNotSupported, {name});
+}
+
+// A name that would leave the storage folder, or name no file, is refused
+// before anything is made or removed.
+void RequireUsableName(const std::u16string& name) {
+  if (name.empty() || name == u"." || name == u"..")
+    throw Common::MessageError(VR_SITE, kInvalidVMName, {name});
+}
+
+// <safe name><separator><safe name>.vmc
+std::u16string ConfigPath(const std::u16string& name, char16_t separator) {
+  const std::u16string safe = SafeName(name);
+  RequireUsableName(safe);
+  return safe + separator + safe + kConfigExtension;
+}
+
+// Renames the folder `oldName` to `newName` in `parent`, then the file of
+// the same name with `extension` inside it.
+Common::Error RenameFolderAndFile(rio_dir& parent, const std::u16string& oldName,
+                                  const std::u16string& newName, const std::u16string& extension) {
+  parent.Rename(oldName, newName);
+  if (Common::Error error = parent.TakeError()) return error;
+  std::unique_ptr<rio_dir> folder = parent.OpenFolder(newName);
+  if (!folder) return Common::NoError;
+  folder->Rename(oldName + extension, newName + extension);
+  return folder->TakeError();
+}
+
+}  // namespace
+
+std::u16string SafeName(std::u16string name) {
+  for (char16_t& c : name) {
+    switch (c) {
+      case u'\\': case u'/': case u':': case u'*': case u'?':
+      case u'"': case u'<': case u'>': case u'|':
+        c = u'_';
+        break;
+      default:
+        break;
+    }
+  }
+  return name;
+}
+
+Processor::AutoRef<SafeVM> CreateMSVPCVirtualMachine(rio_dir& root, const std::u16string& storage,
+                                                     const std::u16string& name) {
+  const std::u16string full = storage + root.Separator() + ConfigPath(name, root.Separator());
+  const char16_t* last = full.c_str();
+  std::unique_ptr<rio_dir> folder = root.OpenParentFolder(last);
+  if (!folder) {
+    const std::u16string where = full.substr(0, static_cast<std::size_t>(last - full.c_str()));
+    throw Wrap(VR_SITE, kStorageAccessFailed, {where}, root.TakeError());
+  }
+  return Processor::MakeRef<SafeVM, MSVirtualPCVM>(*folder, std::u16string(last), true);
+}
+
+Common::Error CheckMSVPCVirtualMachineParameters(rio_dir& root, const std::u16string& storage,
+                                                 const std::u16string& name) {
+  try {
+    std::unique_ptr<rio_dir> folder = root.OpenFolder(storage);
+    if (!folder) return Wrap(VR_SITE, kStorageAccessFailed, {storage}, root.TakeError());
+    const std::u16string full =
+        storage + folder->Separator() + ConfigPath(name, folder->Separator());
+    if (PathExists(root, full)) return Common::MessageError(VR_SITE, kVMAlreadyExists, {full});
+  } catch (const Common::Error& e) {
+    return e;
+  }
+  return Common::NoError;
+}
+
+Processor::AutoRef<SafeVM> OpenMSVPCVirtualMachine(rio_dir& folder, const std::u16string& path) {
+  return Processor::MakeRef<SafeVM, MSVirtualPCVM>(folder, path, false);
+}
+
+MSVirtualPCVM::MSVirtualPCVM(rio_dir& folder, const std::u16string& configPath, bool newMachine) {
+  const char16_t* last = configPath.c_str();
+  std::unique_ptr<rio_dir> dir = folder.OpenParentFolder(last);
+  const std::u16string file(last);
+  if (newMachine && dir && !dir->Self()) {
+    // A failure here shows in the test below.
+    CreateFolderChain(*dir);
+  }
+  const auto cannotOpen = [&configPath](const Common::ErrorSite& site) {
+    return Common::Error::WithFileName(
+        site, kMachineOpenFailed.Code,
+        Common::FillPlaceholders(Common::MessageText(kMachineOpenFailed.Entry), {configPath}).c_str(),
+        configPath.c_str());
+  };
+  if (!dir || !dir->Self()) throw cannotOpen(VR_SITE);
+  dir->TakeError();
+  if (!newMachine && !FileExists(*dir, file)) throw cannotOpen(VR_SITE);
+  configFile_ = file;
+  dir_ = std::move(dir);
+  VR_ASSERT(!configFile_.empty());
+  if (newMachine) {
+    // Every new machine starts from the template in the module's own file;
+    // there is no built-in copy to fall back on.
+    std::unique_ptr<si_file> source = Common::OpenResourceFile(u"default.vmc");
+    if (!source) throw Common::MessageError(VR_SITE, kTemplateNotFound);
+    config_ = MakeConfigurationParser(source.get());
+    dirty_ = true;
+    FlushConfig();
+  }
+}
+
+MSVirtualPCVM::~MSVirtualPCVM() { Close(); }
+
+std::u16string MSVirtualPCVM::Path() { return dir_->FullPath() + configFile_; }
+
+std::u16string MSVirtualPCVM::Name() const {
+  return configFile_.size() > 4 ? configFile_.substr(0, configFile_.size() - 4) : configFile_;
+}
+
+ConfigurationParser& MSVirtualPCVM::LoadConfig() {
+  if (config_) return *config_;
+  std::unique_ptr<i_file> file = dir_->OpenFile(configFile_, kOpenRead);
+  if (!file) {
+    const std::u16string folder = dir_->FullPath();
+    Common::Error error = Common::Error::WithFullPath(
+        VR_SITE, kNoVMFound.Code,
+        Common::FillPlaceholders(Common::MessageText(kNoVMFound.Entry), {folder, configFile_}).c_str(),
+        folder.c_str(), configFile_.c_str());
+    error.AddReason(dir_->TakeError());
+    throw error;
+  }
+  config_ = MakeConfigurationParser(file.get());
+  return *config_;
+}
+
+void MSVirtualPCVM::FlushConfig() {
+  if (!dirty_) return;
+  if (readOnly_) throw Common::MessageError(VR_SITE, kReadOnlyVMModified, {configFile_});
+  if (!config_) return;
+  std::unique_ptr<rio_file> file = dir_->CreateFile(configFile_, 0, 0);
+  if (!file) throw Wrap(VR_SITE, kCreateConfigFailed, {configFile_}, dir_->TakeError());
+  if (!config_->Save(*file, true)) throw Wrap(VR_SITE, kCreateConfigFailed, {configFile_}, file->TakeError());
+}
+
+std::uint32_t MSVirtualPCVM::GetFirmwareType() {
+  std::u16string value;
+  if (!LoadConfig().GetValue(kFirmwarePath, value)) throw Common::MessageError(VR_SITE, kFirmwareTypeFailed);
+  if (value == u"efi") return FirmwareEfi;
+  if (value != u"bios") VR_ASSERT(false && "unsupported firmware type value");
+  return FirmwareBios;
+}
+
+void MSVirtualPCVM::SetFirmwareType(std::uint32_t value) {
+  if (value != FirmwareEfi && value != FirmwareBios) VR_ASSERT(false && "unsupported firmware type value");
+  SetStringValue(&LoadConfig(), kFirmwarePath, value == FirmwareEfi ? u"efi" : u"bios");
+}
+
+std::u16string MSVirtualPCVM::GetMemorySize() {
+  std::u16string value;
+  if (!LoadConfig().GetValue(kMemoryPath, value)) throw Common::MessageError(VR_SITE, kMemorySizeFailed);
+  return value;
+}
+
+Common::Error MSVirtualPCVM::AddHardDisk(const Processor::String&, std::uint32_t, std::uint32_t,
+                                         std::uint32_t, std::uint64_t, std::uint32_t,
+                                         Processor::AutoRef<SafeHardDisk>&) {
+  return Common::MessageError(VR_SITE, kNotImplemented);
+}
+
+Common::Error MSVirtualPCVM::AddExistingHardDisk(const Processor::String&, std::uint32_t,
+                                                 std::uint32_t, std::uint32_t, std::uint64_t,
+                                                 Processor::AutoRef<SafeHardDisk>&) {
+  return Common::MessageError(VR_SITE, kNotImplemented);
+}
+
+Common::Error MSVirtualPCVM::RemoveHardDisk(std::uint32_t, std::uint32_t, std::uint32_t, bool) {
+  return Common::MessageError(VR_SITE, kNotImplemented);
+}
+
+Common::Error MSVirtualPCVM::ResizeHardDisk(std::uint32_t, std::uint32_t, std::uint32_t,
+                                            std::uint64_t) {
+  return Common::MessageError(VR_SITE, kNotImplemented);
+}
+
+Common::Error MSVirtualPCVM::GetHardDisks(Processor::AutoRef<SafeHardDiskCollection>&) {
+  return Common::MessageError(VR_SITE, kNotImplemented);
+}
+
+Common::Error MSVirtualPCVM::GetProperty(const wstring& name, std::vector<wstring>&) {
+  return NotSupported(VR_SITE, name);
+}
+
+Common::Error MSVirtualPCVM::GetProperty(const wstring& name, wstring& value) {
+  try {
+    if (name == u"ID" || name == u"FileName") value = Path();
+    else if (name == u"Name") value = Name();
+    else if (name == u"FirmwareType") value = Common::FromUtf8(std::to_string(GetFirmwareType()));
+    else if (name == u"Memory") value = GetMemorySize();
+    else if (name == u"CPUs") value = u"1";  // one processor, whatever was asked
+    else if (name == u"GuestOS") value = GuestOSToString(0);
+    else if (name == u"PowerState") value = PowerStateToString(PowerUnknown);
+    else return NotSupported(VR_SITE, name);
+  } catch (const Common::Error& e) {
+    return e;
+  }
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::SetProperty(const wstring& name, const std::vector<wstring>&) {
+  return NotSupported(VR_SITE, name);
+}
+
+Common::Error MSVirtualPCVM::SetProperty(const wstring& name, const wstring& value) {
+  if (name == u"Name") return Rename(value);
+  try {
+    if (name == u"Memory") {
+      // Bytes in, megabytes stored (and read back).
+      SetIntegerValue(&LoadConfig(), kMemoryPath, static_cast<std::uint32_t>(FromStringU64(value) >> 20));
+      dirty_ = true;
+    } else if (name == u"FirmwareType") {
+      SetFirmwareType(FromStringU32(value));
+      dirty_ = true;
+    } else if (name == u"CPUs") {
+      if (FromStringU32(value) == 1) {
+        dirty_ = true;
+      } else {
+        // The machine keeps one processor; the wish is logged, not refused.
+        Common::TraceErrorValue(1, NotSupported(VR_SITE, name));
+      }
+    } else {
+      return NotSupported(VR_SITE, name);
+    }
+  } catch (const Common::Error& e) {
+    Common::Error error = Wrap(VR_SITE, kSetPropertyFailed, {name, value}, e);
+    Common::TraceErrorValue(4, error);
+    return error;
+  }
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::GetPropertyNames(std::vector<wstring>& names) {
+  names.assign(std::begin(kPropertyNames), std::end(kPropertyNames));
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::Rename(const std::u16string& newName) {
+  const std::u16string oldName = Name();
+  const std::u16string safe = SafeName(newName);
+  try {
+    RequireUsableName(safe);
+    if (Processor::String(oldName).caseCompare(Processor::String(safe), U_FOLD_CASE_DEFAULT) == 0)
+      return Common::NoError;
+    FlushConfig();
+    std::unique_ptr<rio_dir> parent = dir_->OpenFolder(u"..");
+    VerifyFileObject(*dir_, parent.get());
+    if (Common::Error error = RenameFolderAndFile(*parent, oldName, safe, kConfigExtension)) throw error;
+    std::unique_ptr<rio_dir> renamed = parent->OpenFolder(safe);
+    VerifyFileObject(*parent, renamed.get());
+    dir_ = std::move(renamed);
+    configFile_ = AddSuffix(safe, kConfigExtension);
+    config_.reset();  // parsed again, from the renamed file, at next use
+  } catch (const Common::Error& e) {
+    return Wrap(VR_SITE, kRenameVMFailed, {oldName, safe}, e);
+  }
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::Open(std::uint32_t accessMode) {
+  readOnly_ = (accessMode & SafeVMAccess::WriteAccess) == 0;
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::Close() {
+  try {
+    Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::ClosingVM, {configFile_});
+    FlushConfig();
+  } catch (const Common::Error& e) {
+    return e;
+  }
+  return Common::NoError;
+}
+
+void MSVirtualPCVM::GetInterface(Processor::InterfaceRef& out, std::uint32_t id) {
+  Processor::FindInterface<SafeVM, PropertySet, SafeVMAccess>(this, out, id);
+}
+
+Processor::MetaClass* MSVirtualPCVM::GetMetaClass() {
+  return Processor::InterfaceMetaClass<SafeVM>::Instance();
+}
+
+}  // namespace VirtualWareRaw

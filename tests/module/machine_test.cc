@@ -1,0 +1,224 @@
+// Machines on disk through the loaded module, as a host works with them.
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "loaded_module.h"
+
+namespace ModuleTest {
+namespace {
+
+using HostTest::Exists;
+using HostTest::IsFolder;
+using HostTest::ReadBytes;
+using HostTest::WriteBytes;
+using Processor::AutoRef;
+using VirtualWareRaw::SafeVM;
+
+// The template as the writer lays it down: byte order mark, the 41-byte
+// declaration, no indentation, a line break where a space stood after a
+// closing tag, and a final CR LF.
+constexpr char kNewMachineFile[] =
+    "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\r\n"
+    "<preferences><hardware><firmware><value type=\"string\">bios</value></firmware>\r\n"
+    "<memory><ram_size type=\"integer\">128</ram_size></memory>\r\n"
+    "<pci_bus/></hardware></preferences>\r\n";
+
+std::string Text(const Common::Error& e) { return Common::ToUtf8(Common::FullText(e)); }
+
+using MachineTest = ServerOnRoot;
+
+TEST_F(MachineTest, NewMachineIsTheTemplateRewritten) {
+  AutoRef<SafeVM> vm = Create(u"Web");
+  ASSERT_TRUE(vm);
+  EXPECT_EQ(ReadBytes(VmcPath("Web")), kNewMachineFile);
+  EXPECT_EQ(Get(vm, u"ID"), Common::FromUtf8(VmcPath("Web")));
+  EXPECT_EQ(Get(vm, u"FileName"), Get(vm, u"ID"));
+  EXPECT_EQ(Get(vm, u"Name"), u"Web");
+  EXPECT_EQ(Get(vm, u"Memory"), u"128");
+  EXPECT_EQ(Get(vm, u"FirmwareType"), u"0");
+  EXPECT_EQ(Get(vm, u"CPUs"), u"1");
+  EXPECT_EQ(Get(vm, u"GuestOS"), u"Unknown");
+  EXPECT_EQ(Get(vm, u"PowerState"), u"Unknown");
+  std::vector<std::u16string> names;
+  Properties(vm)->GetPropertyNames(names);
+  EXPECT_EQ(names, (std::vector<std::u16string>{u"ID", u"Name", u"FileName", u"Memory", u"CPUs",
+                                                 u"GuestOS", u"PowerState", u"FirmwareType"}));
+  // Creating it again writes the template over the file.
+  Properties(vm)->SetProperty(u"Memory", u"1073741824");
+  Access(vm)->Close();
+  Create(u"Web");
+  EXPECT_EQ(ReadBytes(VmcPath("Web")), kNewMachineFile);
+}
+
+TEST_F(MachineTest, PropertiesReachTheFileAtClose) {
+  AutoRef<SafeVM> vm = Open(Common::ToUtf8(Get(Create(u"Db"), u"ID")));
+  ASSERT_TRUE(Properties(vm)->SetProperty(u"Memory", u"1073741824").IsEmpty());
+  ASSERT_TRUE(Properties(vm)->SetProperty(u"FirmwareType", u"1").IsEmpty());
+  EXPECT_EQ(ReadBytes(VmcPath("Db")), kNewMachineFile);  // nothing written before the flush
+  ASSERT_TRUE(Access(vm)->Close().IsEmpty());
+  const std::string file = ReadBytes(VmcPath("Db"));
+  EXPECT_NE(file.find("<ram_size type=\"integer\">1024</ram_size>"), std::string::npos) << file;
+  EXPECT_NE(file.find("<value type=\"string\">efi</value>"), std::string::npos) << file;
+  AutoRef<SafeVM> again = Open(VmcPath("Db"));
+  EXPECT_EQ(Get(again, u"Memory"), u"1024");
+  EXPECT_EQ(Get(again, u"FirmwareType"), u"1");
+  // Below one megabyte the stored value is 0.
+  Properties(again)->SetProperty(u"Memory", u"1000");
+  EXPECT_EQ(Get(again, u"Memory"), u"0");
+  // More processors are wished, logged, and not taken.
+  EXPECT_TRUE(Properties(again)->SetProperty(u"CPUs", u"2").IsEmpty());
+  EXPECT_EQ(Get(again, u"CPUs"), u"1");
+}
+
+TEST_F(MachineTest, UnsafeCharactersBecomeUnderscores) {
+  AutoRef<SafeVM> vm = Create(u"a:b?c");
+  EXPECT_TRUE(Exists(VmcPath("a_b_c")));
+  EXPECT_EQ(Get(vm, u"Name"), u"a_b_c");
+}
+
+TEST_F(MachineTest, NamesThatLeaveTheStorageAreRefused) {
+  const std::string sub = dir.Join("storage");
+  ASSERT_EQ(::mkdir(sub.c_str(), 0777), 0);
+  for (const char16_t* name : {u"..", u"", u"."}) {
+    AutoRef<SafeVM> vm;
+    const Common::Error e = server->CreateVM(Common::FromUtf8(sub), name, 0, vm);
+    EXPECT_EQ(e.Code(), 0x530013u) << Text(e);
+    EXPECT_EQ(e.Reason().Code(), 0x5301DFu) << Text(e);
+    EXPECT_EQ(e.Reason().GetText(),
+              u"The name '" + std::u16string(name) + u"' cannot be used for a virtual machine.");
+    EXPECT_FALSE(vm);
+  }
+  // Nothing was made, inside the storage or above it.
+  EXPECT_TRUE(std::filesystem::is_empty(sub));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()),
+                          std::filesystem::directory_iterator()),
+            1);
+}
+
+TEST_F(MachineTest, RenameByCaseChangesNothingAndByNameMovesFolderAndFile) {
+  AutoRef<SafeVM> vm = Create(u"Box");
+  ASSERT_TRUE(Properties(vm)->SetProperty(u"Name", u"BOX").IsEmpty());
+  EXPECT_TRUE(Exists(VmcPath("Box")));
+  EXPECT_FALSE(Exists(dir.Join("BOX")));
+
+  ASSERT_TRUE(Properties(vm)->SetProperty(u"Name", u"Crate").IsEmpty());
+  EXPECT_FALSE(Exists(dir.Join("Box")));
+  EXPECT_TRUE(Exists(VmcPath("Crate")));
+  EXPECT_EQ(Get(vm, u"Name"), u"Crate");
+  EXPECT_EQ(Get(vm, u"Memory"), u"128");  // read again from the renamed file
+  EXPECT_EQ(Get(Open(VmcPath("Crate")), u"ID"), Common::FromUtf8(VmcPath("Crate")));
+
+  // A folder of the new name in the way: the rename fails and says why.
+  Create(u"Taken");
+  const Common::Error e = Properties(vm)->SetProperty(u"Name", u"Taken");
+  EXPECT_EQ(e.Code(), 0x530015u) << Text(e);
+  EXPECT_EQ(e.GetText(), u"Failed to rename virtual machine 'Crate' to 'Taken'.");
+  EXPECT_EQ(e.Reason().Code(), 0x40013u) << Text(e);
+  EXPECT_TRUE(Exists(VmcPath("Crate")));
+}
+
+TEST_F(MachineTest, ReadOnlyMachineRefusesToWriteItsChanges) {
+  Create(u"Ro");
+  AutoRef<SafeVM> vm = Open(VmcPath("Ro"));
+  Access(vm)->Open(0);
+  ASSERT_TRUE(Properties(vm)->SetProperty(u"Memory", u"2147483648").IsEmpty());
+  const Common::Error e = Access(vm)->Close();
+  EXPECT_EQ(e.Code(), 0x53000Cu);
+  EXPECT_EQ(e.GetText(), u"Cannot modify read-only virtual machine 'Ro.vmc'.");
+  EXPECT_EQ(ReadBytes(VmcPath("Ro")), kNewMachineFile);
+  // Write access lets the same change through.
+  Access(vm)->Open(VirtualWareRaw::SafeVMAccess::WriteAccess);
+  EXPECT_TRUE(Access(vm)->Close().IsEmpty());
+  EXPECT_NE(ReadBytes(VmcPath("Ro")).find(">2048<"), std::string::npos);
+}
+
+TEST_F(MachineTest, BrokenFilesOpenAndFailAtTheFirstKey) {
+  Create(u"Bad");
+  WriteBytes(VmcPath("Bad"), "<preferences><hardware></preferences>");
+  AutoRef<SafeVM> vm = Open(VmcPath("Bad"));
+  ASSERT_TRUE(vm);
+  EXPECT_EQ(Get(vm, u"Name"), u"Bad");  // no key needed
+  std::u16string value;
+  const Common::Error e = Properties(vm)->GetProperty(u"Memory", value);
+  EXPECT_EQ(e.Code(), 0x53000Cu) << Text(e);
+  EXPECT_EQ(e.GetText(), u"Failed to parse virtual machine configuration file.");
+  EXPECT_EQ(e.Reason().Code(), 0x3B0001u);
+  EXPECT_EQ(e.Reason().GetNumber("line"), 1u);
+
+  // Keys that are missing have their own errors.
+  WriteBytes(VmcPath("Bad"), "<preferences><hardware/></preferences>");
+  AutoRef<SafeVM> bare = Open(VmcPath("Bad"));
+  const Common::Error memory = Properties(bare)->GetProperty(u"Memory", value);
+  EXPECT_EQ(memory.Code(), 0x530010u);
+  EXPECT_EQ(memory.GetText(), u"Failed to obtain the memory size.");
+  const Common::Error firmware = Properties(bare)->GetProperty(u"FirmwareType", value);
+  EXPECT_EQ(firmware.Code(), 0x5301A6u);
+  EXPECT_EQ(firmware.GetText(), u"Failed to obtain the firmware type.");
+}
+
+TEST_F(MachineTest, FileGoneAfterOpeningIsReportedWithItsPlace) {
+  Create(u"Gone");
+  AutoRef<SafeVM> vm = Open(VmcPath("Gone"));
+  std::filesystem::remove(VmcPath("Gone"));
+  std::u16string value;
+  const Common::Error e = Properties(vm)->GetProperty(u"Memory", value);
+  EXPECT_EQ(e.Code(), 0x5301E3u) << Text(e);
+  const std::u16string folder = dir.Wide("Gone") + u"/";
+  EXPECT_EQ(e.GetText(), u"No virtual machine found ('" + folder +
+                             u"', 'Gone.vmc') or it cannot be accessed.");
+  EXPECT_EQ(std::u16string(e.GetWideString("FullPath")), folder);
+  EXPECT_EQ(std::u16string(e.GetWideString("FileName")), u"Gone.vmc");
+  EXPECT_EQ(e.Reason().Code(), 0x40011u);
+}
+
+TEST_F(MachineTest, ConfigurationThatCannotBeWrittenFailsTheFlush) {
+  AutoRef<SafeVM> vm = Create(u"Blocked");
+  Get(vm, u"Memory");
+  std::filesystem::remove(VmcPath("Blocked"));
+  ASSERT_EQ(::mkdir(VmcPath("Blocked").c_str(), 0777), 0);  // a folder where the file goes
+  Properties(vm)->SetProperty(u"Memory", u"1073741824");
+  const Common::Error e = Access(vm)->Close();
+  EXPECT_EQ(e.Code(), 0x53000Cu) << Text(e);
+  EXPECT_EQ(e.GetText(), u"Failed to create configuration file 'Blocked.vmc'.");
+  EXPECT_FALSE(e.Reason().IsEmpty());
+}
+
+TEST_F(MachineTest, PropertyFailures) {
+  AutoRef<SafeVM> vm = Create(u"Props");
+  const Common::Error bad = Properties(vm)->SetProperty(u"Memory", u"lots");
+  EXPECT_EQ(bad.Code(), 0x53006Fu);
+  EXPECT_EQ(bad.GetText(), u"Failed to set property 'Memory' to 'lots'.");
+  EXPECT_EQ(bad.Reason().Code(), 1u);
+  // Hexadecimal forms are numbers too.
+  EXPECT_TRUE(Properties(vm)->SetProperty(u"Memory", u"0x40000000").IsEmpty());
+  EXPECT_EQ(Get(vm, u"Memory"), u"1024");
+  EXPECT_TRUE(Properties(vm)->SetProperty(u"Memory", u" 80000000h ").IsEmpty());
+  EXPECT_EQ(Get(vm, u"Memory"), u"2048");
+  for (const char16_t* name : {u"ID", u"FileName", u"GuestOS", u"Colour"}) {
+    const Common::Error e = Properties(vm)->SetProperty(name, u"x");
+    EXPECT_EQ(e.Code(), 0x53002Cu);
+    EXPECT_EQ(e.GetText(), u"Property '" + std::u16string(name) + u"' is not supported.");
+  }
+  std::vector<std::u16string> list;
+  EXPECT_EQ(Properties(vm)->GetProperty(u"Memory", list).Code(), 0x53002Cu);
+  EXPECT_EQ(vm->ResizeHardDisk(0, 0, 0, 1).Code(), 0x530062u);
+}
+
+TEST_F(MachineTest, MachineHasItsThreeInterfacesOnly) {
+  AutoRef<SafeVM> vm = Create(u"Ifaces");
+  for (std::uint32_t id : {VirtualWareRaw::SafeVM::InterfaceId, VirtualWareRaw::PropertySet::InterfaceId,
+                           VirtualWareRaw::SafeVMAccess::InterfaceId}) {
+    Processor::InterfaceRef ref;
+    vm->GetInterface(ref, id);
+    ASSERT_NE(ref.Meta, nullptr);
+    ref.Meta->Release(ref.Pointer);
+  }
+  Processor::InterfaceRef ref;
+  vm->GetInterface(ref, VirtualWareRaw::SafeVirtualServer::InterfaceId);
+  EXPECT_EQ(ref.Meta, nullptr);
+}
+
+}  // namespace
+}  // namespace ModuleTest

@@ -1,0 +1,46 @@
+// What every vrig command shares: the module, failures, and text helpers.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "module.h"
+#include "vellumrig/vellumrig.h"
+
+namespace vrig {
+
+// A failure reported by the module; main prints its full text.
+struct Failure {
+  Common::Error Error;
+};
+
+// A mistake in the command line; main prints it with the usage.
+struct UsageError {
+  std::string Text;
+};
+
+inline void Check(const Common::Error& error) {
+  if (error) throw Failure{error};
+}
+
+inline std::string Narrow(const std::u16string& text) { return Common::ToUtf8(text); }
+inline std::u16string Wide(const std::string& text) { return Common::FromUtf8(text); }
+
+// An absolute form of a path from the command line: relative ones are taken
+// from the current folder, because the module's root is "/".
+std::u16string Absolute(const std::string& path);
+
+// The server with "/" as its root folder, which stays alive with it.
+struct Session {
+  explicit Session(const Module& module);
+  std::unique_ptr<rio_dir> Root;
+  Processor::AutoRef<VirtualWareRaw::SafeVirtualServer> Server;
+};
+
+// A property in its single form, or its list form joined by ", ".
+std::string PropertyText(VirtualWareRaw::PropertySet& properties, const std::u16string& name);
+
+int Info(const Module& module, const std::vector<std::string>& args);
+int Vm(const Module& module, const std::vector<std::string>& args);
+
+}  // namespace vrig
