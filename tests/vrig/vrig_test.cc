@@ -15,9 +15,10 @@ struct VrigRun {
 };
 
 // Runs vrig with English texts unless `environment` says otherwise.
-VrigRun Vrig(const std::string& arguments, const std::string& environment = "LANGUAGE=en") {
-  const std::string command =
-      "env " + environment + " " + std::string(VRIG_PATH) + " " + arguments + " 2>&1";
+VrigRun Vrig(const std::string& arguments, const std::string& environment = "LANGUAGE=en",
+             const std::string& folder = ".") {
+  const std::string command = "cd " + folder + " && env " + environment + " " +
+                              std::string(VRIG_PATH) + " " + arguments + " 2>&1";
   FILE* pipe = popen(command.c_str(), "r");
   VrigRun run{-1, {}};
   if (!pipe) return run;
@@ -59,12 +60,65 @@ TEST(VrigTest, InfoSpeaksTheLanguageOfTheEnvironment) {
   EXPECT_NE(unknown.output.find("ResourceName = VHDX files\n"), std::string::npos) << unknown.output;
 }
 
+TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
+  char folder[] = "/tmp/vrig-vm-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string storage = folder;
+  const std::string vmc = storage + "/Web/Web.vmc";
+
+  const VrigRun create = Vrig("vm create " + storage + " Web");
+  ASSERT_EQ(create.status, 0) << create.output;
+  EXPECT_EQ(create.output, vmc + "\n");
+  EXPECT_EQ(Vrig("vm set " + vmc + " Memory 1073741824").status, 0);
+  EXPECT_EQ(Vrig("vm set " + vmc + " FirmwareType 1").status, 0);
+  const VrigRun show = Vrig("vm show " + vmc);
+  EXPECT_NE(show.output.find("Name = Web\nFileName = " + vmc + "\nMemory = 1024\n"), std::string::npos)
+      << show.output;
+  EXPECT_NE(show.output.find("FirmwareType = 1\n"), std::string::npos) << show.output;
+  EXPECT_EQ(Vrig("vm find " + storage + " Web").output, vmc + "\n");
+
+  const VrigRun rename = Vrig("vm rename " + vmc + " App");
+  ASSERT_EQ(rename.status, 0) << rename.output;
+  const std::string renamed = storage + "/App/App.vmc";
+  EXPECT_EQ(rename.output, renamed + "\n");
+  const VrigRun gone = Vrig("vm find " + storage + " Web");
+  EXPECT_EQ(gone.status, 1);
+  EXPECT_NE(gone.output.find("no machine 'Web'"), std::string::npos);
+
+  // A failure prints the chain: the outer meaning, then each cause.
+  const VrigRun bad = Vrig("vm set " + renamed + " Memory lots");
+  EXPECT_EQ(bad.status, 1);
+  const std::size_t outer = bad.output.find("Failed to set property 'Memory' to 'lots'.");
+  const std::size_t code = bad.output.find("Error code: 0x53006F");
+  EXPECT_NE(outer, std::string::npos) << bad.output;
+  EXPECT_LT(outer, code);
+  EXPECT_NE(bad.output.find("Error code: 0x1\n"), std::string::npos) << bad.output;
+
+  EXPECT_EQ(Vrig("vm rm " + renamed).status, 0);
+  EXPECT_EQ(Vrig("vm show " + renamed).status, 1);
+  EXPECT_EQ(std::system(("rmdir " + storage).c_str()), 0) << "the machine folder went with it";
+}
+
+TEST(VrigTest, RelativePathsAreTakenFromTheCurrentFolder) {
+  char folder[] = "/tmp/vrig-rel-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const VrigRun create = Vrig("vm create . Here", "LANGUAGE=en", folder);
+  ASSERT_EQ(create.status, 0) << create.output;
+  EXPECT_EQ(create.output, std::string(folder) + "/Here/Here.vmc\n");
+  EXPECT_EQ(Vrig("vm show Here/Here.vmc", "LANGUAGE=en", folder).status, 0);
+  EXPECT_EQ(Vrig("vm rm Here/Here.vmc", "LANGUAGE=en", folder).status, 0);
+  EXPECT_EQ(std::system(("rmdir " + std::string(folder)).c_str()), 0);
+}
+
 TEST(VrigTest, UnknownCommandsAndWrongArgumentsPrintUsage) {
   const VrigRun unknown = Vrig("frobnicate");
   EXPECT_EQ(unknown.status, 2);
   EXPECT_NE(unknown.output.find("usage: vrig"), std::string::npos);
   EXPECT_EQ(Vrig("").status, 2);
   EXPECT_EQ(Vrig("info extra").status, 2);
+  EXPECT_EQ(Vrig("vm").status, 2);
+  EXPECT_EQ(Vrig("vm create only-storage").status, 2);
+  EXPECT_EQ(Vrig("vm launch x").status, 2);
   EXPECT_EQ(Vrig("help").status, 0);
 }
 
