@@ -77,8 +77,11 @@ Processor::AutoRef<SafeVM> CreateMSVPCVirtualMachine(rio_dir& root, const std::u
   const char16_t* last = full.c_str();
   std::unique_ptr<rio_dir> folder = root.OpenParentFolder(last);
   if (!folder) {
-    const std::u16string where = full.substr(0, static_cast<std::size_t>(last - full.c_str()));
-    throw Wrap(VR_SITE, kStorageAccessFailed, {where}, root.TakeError());
+    // A folder that failed need not have moved the pointer: cut the last
+    // component here.
+    std::size_t cut = full.size();
+    while (cut > 0 && !root.IsSeparator(full[cut - 1])) --cut;
+    throw Wrap(VR_SITE, kStorageAccessFailed, {full.substr(0, cut)}, root.TakeError());
   }
   return Processor::MakeRef<SafeVM, MSVirtualPCVM>(*folder, std::u16string(last), true);
 }
