@@ -38,6 +38,11 @@ inline constexpr ErrorMessage kConfigRootMismatch{0x53000C, Msg::ConfigRootMisma
 inline constexpr ErrorMessage kInvalidVMName{0x5301DF, Msg::InvalidVMName};
 inline constexpr ErrorMessage kDeviceInterfaceNotSupported{0x530053, Msg::DeviceInterfaceNotSupported};
 
+// "Property '{0}' is not supported." for `name`.
+inline Common::Error PropertyNotSupported(const Common::ErrorSite& site, std::u16string_view name) {
+  return Common::MessageError(site, kPropertyNotSupported, {name});
+}
+
 // Wraps `cause` behind a new error of `outer`: the outer meaning first.
 inline Common::Error Wrap(const Common::ErrorSite& site, ErrorMessage outer,
                           std::initializer_list<std::u16string_view> args,

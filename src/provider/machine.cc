@@ -25,10 +25,6 @@ constexpr char16_t kConfigExtension[] = u".vmc";
 constexpr const char16_t* kPropertyNames[] = {u"ID",  u"Name",    u"FileName",   u"Memory",
                                               u"CPUs", u"GuestOS", u"PowerState", u"FirmwareType"};
 
-Common::Error NotSupported(const Common::ErrorSite& site, const wstring& name) {
-  return Common::MessageError(site, kPropertyNotSupported, {name});
-}
-
 // A name that would leave the storage folder, or name no file, is refused
 // before anything is made or removed.
 void RequireUsableName(const std::u16string& name) {
@@ -213,7 +209,7 @@ Common::Error MSVirtualPCVM::GetHardDisks(Processor::AutoRef<SafeHardDiskCollect
 }
 
 Common::Error MSVirtualPCVM::GetProperty(const wstring& name, std::vector<wstring>&) {
-  return NotSupported(VR_SITE, name);
+  return PropertyNotSupported(VR_SITE, name);
 }
 
 Common::Error MSVirtualPCVM::GetProperty(const wstring& name, wstring& value) {
@@ -225,7 +221,7 @@ Common::Error MSVirtualPCVM::GetProperty(const wstring& name, wstring& value) {
     else if (name == u"CPUs") value = u"1";  // one processor, whatever was asked
     else if (name == u"GuestOS") value = GuestOSToString(0);
     else if (name == u"PowerState") value = PowerStateToString(PowerUnknown);
-    else return NotSupported(VR_SITE, name);
+    else return PropertyNotSupported(VR_SITE, name);
   } catch (const Common::Error& e) {
     return e;
   }
@@ -233,7 +229,7 @@ Common::Error MSVirtualPCVM::GetProperty(const wstring& name, wstring& value) {
 }
 
 Common::Error MSVirtualPCVM::SetProperty(const wstring& name, const std::vector<wstring>&) {
-  return NotSupported(VR_SITE, name);
+  return PropertyNotSupported(VR_SITE, name);
 }
 
 Common::Error MSVirtualPCVM::SetProperty(const wstring& name, const wstring& value) {
@@ -251,10 +247,10 @@ Common::Error MSVirtualPCVM::SetProperty(const wstring& name, const wstring& val
         dirty_ = true;
       } else {
         // The machine keeps one processor; the wish is logged, not refused.
-        Common::TraceErrorValue(1, NotSupported(VR_SITE, name));
+        Common::TraceErrorValue(1, PropertyNotSupported(VR_SITE, name));
       }
     } else {
-      return NotSupported(VR_SITE, name);
+      return PropertyNotSupported(VR_SITE, name);
     }
   } catch (const Common::Error& e) {
     Common::Error error = Wrap(VR_SITE, kSetPropertyFailed, {name, value}, e);

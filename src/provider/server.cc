@@ -2,22 +2,20 @@
 
 #include <string>
 
+#include "common/assert.h"
 #include "common/site.h"
+#include "common/trace.h"
 #include "provider/empty_vm_collection.h"
 #include "provider/errors.h"
 #include "provider/file_utilities.h"
 #include "provider/machine.h"
 #include "provider/processor_info.h"
 #include "provider/vm_collection.h"
-#include "common/assert.h"
-#include "common/trace.h"
 #include "vellumrig/error_text.h"
 #include "vellumrig/folder.h"
 
 namespace VirtualWareRaw {
 namespace {
-
-using VirtualWareRaw::wstring;
 
 constexpr const char16_t* kPropertyNames[] = {
     u"ID",       u"ResourceName", u"Name",     u"SupportedFirmwareTypes",
@@ -26,17 +24,12 @@ constexpr const char16_t* kPropertyNames[] = {
 
 wstring Widen(const std::string& text) { return Common::FromUtf8(text); }
 
-Common::Error NotSupported(const Common::ErrorSite& site, const wstring& name) {
-  return Common::MessageError(site, kPropertyNotSupported, {name});
-}
-
 }  // namespace
 
 std::shared_ptr<rio_dir> MSVirtualPCImpl::Root() const {
   if (!root_) throw Common::MessageError(VR_SITE, kInternalError);
   return root_;
 }
-
 
 Common::Error MSVirtualPCImpl::Reserved1() { return Common::NoError; }
 Common::Error MSVirtualPCImpl::Reserved2() { return Common::NoError; }
@@ -96,7 +89,7 @@ Common::Error MSVirtualPCImpl::GetObject(const wstring&,
 }
 
 Common::Error MSVirtualPCImpl::GetProperty(const wstring& name, std::vector<wstring>& values) {
-  if (name != u"SupportedFirmwareTypes") return NotSupported(VR_SITE, name);
+  if (name != u"SupportedFirmwareTypes") return PropertyNotSupported(VR_SITE, name);
   values = {u"1", u"0"};  // efi, then bios
   return Common::NoError;
 }
@@ -111,16 +104,16 @@ Common::Error MSVirtualPCImpl::GetProperty(const wstring& name, wstring& value) 
   else if (name == u"CpuArchitecture") value = Widen(CpuArchitecture(ThisProcessor()));
   else if (name == u"CpuFamily") value = Widen(std::to_string(ThisProcessor().Family));
   else if (name == u"CpuModel") value = Widen(std::to_string(ThisProcessor().Model));
-  else return NotSupported(VR_SITE, name);
+  else return PropertyNotSupported(VR_SITE, name);
   return Common::NoError;
 }
 
 Common::Error MSVirtualPCImpl::SetProperty(const wstring& name, const std::vector<wstring>&) {
-  return NotSupported(VR_SITE, name);
+  return PropertyNotSupported(VR_SITE, name);
 }
 
 Common::Error MSVirtualPCImpl::SetProperty(const wstring& name, const wstring&) {
-  return NotSupported(VR_SITE, name);
+  return PropertyNotSupported(VR_SITE, name);
 }
 
 Common::Error MSVirtualPCImpl::GetPropertyNames(std::vector<wstring>& names) {
