@@ -1,3 +1,5 @@
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -9,19 +11,11 @@
 namespace VirtualWareRaw {
 namespace {
 
-constexpr char kTemplate[] =
-    "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"
-    "<preferences>\r\n"
-    "\t<hardware>\r\n"
-    "\t\t<firmware>\r\n"
-    "\t\t\t<value type=\"string\">bios</value>\r\n"
-    "\t\t</firmware>\r\n"
-    "\t\t<memory>\r\n"
-    "\t\t\t<ram_size type=\"integer\">128</ram_size>\r\n"
-    "\t\t</memory>\r\n"
-    "\t\t<pci_bus/>\r\n"
-    "\t</hardware>\r\n"
-    "</preferences>\r\n";
+// The machine template as it ships.
+const std::string kTemplate = [] {
+  std::ifstream in(SOURCE_DIR "/resources/default.vmc", std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}();
 
 std::unique_ptr<ConfigurationParser> Parse(const std::string& text) {
   auto file = Common::MemoryFile::Create();
@@ -37,6 +31,7 @@ std::string Saved(ConfigurationParser& parser, bool bom) {
 }
 
 TEST(ConfigurationTest, TemplateValuesReadByDottedPaths) {
+  ASSERT_EQ(kTemplate.substr(0, 3), "\xEF\xBB\xBF");
   auto parser = Parse(kTemplate);
   std::u16string value;
   ASSERT_TRUE(parser->GetValue("preferences.hardware.memory.ram_size", value));
