@@ -1,0 +1,12 @@
+// The container toolkit's errors (intervals and bitmaps): code and message
+// entry together. Module-internal; raised only by the classes of src/vhd.
+#pragma once
+
+#include "common/message_error.h"
+
+namespace Vhd {
+
+inline constexpr Common::ErrorMessage kDisjointUnite{0x3C003C, Common::Msg::EngineDisjointUnite};
+inline constexpr Common::ErrorMessage kBitmapBounds{0x3C0017, Common::Msg::EngineBitmapBounds};
+
+}  // namespace Vhd
