@@ -12,6 +12,8 @@ packages=(
   libzip-dev     # reading the resource archive (loaded at run time; headers at build)
   clang          # fuzz harnesses
   libclang-rt-14-dev  # libFuzzer and the sanitizer runtimes for clang
+  qemu-utils     # qemu-img, qemu-io: VHDX files to test against, run as black boxes
+  libvhdi-utils  # vhdiinfo: a second opinion on VHDX headers in the tests
 )
 
 missing=()

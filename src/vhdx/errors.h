@@ -1,0 +1,33 @@
+// The errors the container engine raises: code and message entry together,
+// so that a raise site reads as one line. Module-internal.
+#pragma once
+
+#include "common/message_error.h"
+#include "vellumrig/file.h"
+
+namespace Vhdx {
+
+using Common::ErrorMessage;
+namespace Msg = Common::Msg;
+
+// Layout of the container.
+inline constexpr ErrorMessage kUnknownFormat{0x3C0003, Msg::EngineUnknownFormat};
+inline constexpr ErrorMessage kInvalidVersion{0x3C0021, Msg::EngineInvalidVersion};
+inline constexpr ErrorMessage kNoCurrentHeader{0x3C0010, Msg::EngineNoCurrentHeader};
+inline constexpr ErrorMessage kRegionTableInvalid{0x3C0011, Msg::EngineRegionTableInvalid};
+inline constexpr ErrorMessage kRegionEntryMissing{0x3C0018, Msg::EngineRegionEntryMissing};
+
+// File regions and space management: faults of the engine itself.
+inline constexpr ErrorMessage kInternalError{0x3C0000, Msg::InternalError};
+inline constexpr ErrorMessage kRegionBounds{0x3C0036, Msg::EngineRegionBounds};
+inline constexpr ErrorMessage kOverlappingCopy{0x3C0032, Msg::EngineOverlappingCopy};
+inline constexpr ErrorMessage kSpaceNotFound{0x3C0033, Msg::EngineSpaceNotFound};
+inline constexpr ErrorMessage kSpaceBounds{0x3C0034, Msg::EngineSpaceBounds};
+inline constexpr ErrorMessage kSpaceOccupied{0x3C0035, Msg::EngineSpaceOccupied};
+
+// File errors of the raw operations, with the engine's own wording.
+inline constexpr ErrorMessage kEndOfFile{FileError::EndOfFile, Msg::EndOfFileReached};
+inline constexpr ErrorMessage kDiskFull{FileError::DiskFull, Msg::DiskFullShort};
+inline constexpr ErrorMessage kReadOnly{FileError::ReadOnly, Msg::FileReadOnly};
+
+}  // namespace Vhdx

@@ -1,0 +1,104 @@
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "vhdx/change_tracking_file.h"
+#include "vhdx/file_modification_observer.h"
+#include "vhdx/header_reader.h"
+#include "vhdx/test_files.h"
+#include "vhdx/write_field_modifier.h"
+#include "vhdx/write_guid.h"
+#include "vhdx/writeable_file.h"
+
+namespace {
+
+using Vhdx::HeaderInfo;
+
+// Wired as a writable open wires it: the modifier works on the raw file, the
+// structure and payload files report to it.
+class WriteFieldModifierTest : public ::testing::Test {
+ protected:
+  WriteFieldModifierTest() {
+    std::string bytes = VhdxTest::EmptyFirstMegabyte();
+    VhdxTest::PutHeader(bytes, 0, original, 3);
+    raw.Load(bytes);
+    structure.Add(std::make_shared<Vhdx::FileModificationObserver>(
+        modifier, &Vhdx::DataModificationsObserver::OnFileModified));
+    data.Add(std::make_shared<Vhdx::FileModificationObserver>(
+        modifier, &Vhdx::DataModificationsObserver::OnDataModified));
+  }
+  HeaderInfo Current() { return Vhdx::HeaderReader::Read(file); }
+  std::size_t HeaderWrites() const {
+    return std::count_if(logged.Log.begin(), logged.Log.end(), [](const std::string& entry) {
+      return entry.ends_with(" 4096");
+    });
+  }
+
+  const HeaderInfo original = VhdxTest::TestHeaderInfo(1);
+  VhdxTest::ScriptedFile raw;
+  Vhdx::WriteableFile file{raw};
+  VhdxTest::LoggingFile logged{file};
+  Vhdx::WriteFieldModifier modifier{logged};
+  Vhdx::ChangeTrackingFile structure{logged};
+  Vhdx::ChangeTrackingFile data{logged};
+};
+
+TEST_F(WriteFieldModifierTest, AStructureChangeThenAPayloadChangeRenewEachGuidOnce) {
+  structure.Write(0x200000, 4, "meta");
+  // The header was renewed before the change reached the file.
+  EXPECT_EQ(logged.Log,
+            (std::vector<std::string>{"W 131072 4096", "W 65536 4096", "W 2097152 4"}));
+  const HeaderInfo afterStructure = Current();
+  EXPECT_NE(afterStructure.FileWriteGuid, original.FileWriteGuid);
+  EXPECT_EQ(afterStructure.DataWriteGuid, original.DataWriteGuid);
+  structure.WriteZero(0x200000, 4);
+  structure.Expand(0x400000);
+  EXPECT_EQ(HeaderWrites(), 2u);
+
+  data.Write(0x300000, 4, "data");
+  data.Write(0x300000, 4, "more");
+  structure.Write(0x200000, 4, "meta");
+  EXPECT_EQ(HeaderWrites(), 4u);
+  HeaderInfo expected = afterStructure;
+  expected.DataWriteGuid = Current().DataWriteGuid;
+  EXPECT_NE(expected.DataWriteGuid, original.DataWriteGuid);
+  EXPECT_EQ(Current(), expected);  // all else as it was
+}
+
+TEST_F(WriteFieldModifierTest, APayloadChangeFirstRenewsBothInOneRewrite) {
+  data.WriteZero(0x300000, 10);
+  EXPECT_EQ(HeaderWrites(), 2u);
+  const HeaderInfo after = Current();
+  EXPECT_NE(after.FileWriteGuid, original.FileWriteGuid);
+  EXPECT_NE(after.DataWriteGuid, original.DataWriteGuid);
+  structure.Write(0x200000, 1, "x");
+  data.Expand(0x500000);
+  EXPECT_EQ(HeaderWrites(), 2u);
+}
+
+TEST_F(WriteFieldModifierTest, ReadsGiveNoNoticeAndAFailedRenewalIsTriedAgain) {
+  char buffer[4];
+  structure.Read(0x10000, 4, buffer);
+  data.Read(0x10000, 4, buffer);
+  EXPECT_TRUE(logged.Log.empty());
+
+  raw.WriteLimit = 0x10000;  // no header can be written
+  EXPECT_THROW(data.Write(0x300000, 4, "data"), Common::Error);
+  EXPECT_EQ(raw.Store->Size(), Vhdx::Format::kMiB);  // the change did not happen
+  raw.WriteLimit = UINT64_MAX;
+  data.Write(0x300000, 4, "data");
+  EXPECT_NE(Current().FileWriteGuid, original.FileWriteGuid);
+  EXPECT_NE(Current().DataWriteGuid, original.DataWriteGuid);
+}
+
+TEST(NewWriteGuidTest, GivesDistinctVersionFourGuids) {
+  const Common::Guid a = Vhdx::NewWriteGuid(), b = Vhdx::NewWriteGuid();
+  EXPECT_NE(a, b);
+  for (const Common::Guid& g : {a, b}) {
+    EXPECT_EQ(g.Data3 & 0xF000, 0x4000);
+    EXPECT_EQ(g.Data4[0] & 0xC0, 0x80);
+  }
+}
+
+}  // namespace
