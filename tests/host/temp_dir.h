@@ -2,14 +2,14 @@
 // check the folder and file objects against what the system itself says.
 #pragma once
 
-#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -21,18 +21,11 @@ namespace HostTest {
 
 class TempDir {
  public:
-  TempDir() {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "vellumrig-host-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
+  TempDir() : path_((std::filesystem::temp_directory_path() / "vellumrig-host-XXXXXX").string()) {
+    if (!::mkdtemp(path_.data())) throw std::runtime_error("mkdtemp failed");
   }
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
+  ~TempDir() { std::filesystem::remove_all(path_, ignored_); }
   TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
 
   const std::string& Path() const { return path_; }
   std::string Join(const std::string& name) const { return path_ + "/" + name; }
@@ -42,23 +35,18 @@ class TempDir {
 
  private:
   std::string path_;
+  std::error_code ignored_;
 };
 
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  ASSERT_GE(fd, 0) << path;
-  ASSERT_EQ(::write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-  ::close(fd);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  ASSERT_TRUE(out << bytes << std::flush) << path;
 }
 
+// The file's bytes, or "<missing>" when it cannot be opened.
 inline std::string ReadBytes(const std::string& path) {
-  std::string out;
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return "<missing>";
-  char buffer[4096];
-  for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;) out.append(buffer, n);
-  ::close(fd);
-  return out;
+  std::ifstream in(path, std::ios::binary);
+  return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "<missing>";
 }
 
 inline bool Exists(const std::string& path) {
@@ -75,8 +63,7 @@ inline bool IsFolder(const std::string& path) {
 // error carries as its cause; -1 when there is none.
 inline int CauseErrno(const Common::Error& error) {
   const Common::Error cause = error.Reason();
-  if (cause.Code() != Common::kWindowsErrorCode) return -1;
-  return static_cast<int>(cause.GetNumber("code") & 0xFFFF);
+  return cause.Code() == Common::kWindowsErrorCode ? cause.GetNumber("code") & 0xFFFF : -1;
 }
 
 inline std::u16string FileNameOf(const Common::Error& error) {
@@ -93,8 +80,7 @@ void InChild(Check check) {
   if (child == 0) ::_exit(check());
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0) << "failed check number " << WEXITSTATUS(status);
+  EXPECT_EQ(status, 0) << "failed check number " << WEXITSTATUS(status);
 }
 
 }  // namespace HostTest

@@ -1,27 +1,25 @@
-// Sources and sinks for the XML tests: documents in memory, a source that
-// trickles its bytes, a sink that counts flushes.
+// Documents in memory, a source that trickles its bytes, a sink that counts
+// flushes, and trees printed on one line for the XML tests.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <memory>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "common/file_errors.h"
 #include "common/memory_file.h"
 #include "common/site.h"
 #include "xml/reader.h"
-#include "xml/tag.h"
 #include "xml/writer.h"
 
 namespace Xml::testing {
 
 struct Parsed {
   std::unique_ptr<Tag> Root;  // null when the parse failed
-  std::uint32_t Line = 0;
-  std::uint32_t Column = 0;
+  std::uint32_t Line = 0, Column = 0;
 };
 
 inline Parsed ParseBytes(std::string_view bytes) {
@@ -29,7 +27,8 @@ inline Parsed ParseBytes(std::string_view bytes) {
   file->Write(bytes.data(), bytes.size());
   file->Seek(0);
   Parsed parsed;
-  if (!ParseDocument(parsed.Root, *file, parsed.Line, parsed.Column)) parsed.Root.reset();
+  const bool ok = ParseDocument(parsed.Root, *file, parsed.Line, parsed.Column);
+  EXPECT_EQ(ok, parsed.Root != nullptr) << "a failed parse leaves no tree: " << bytes;
   return parsed;
 }
 
@@ -38,68 +37,67 @@ inline std::unique_ptr<Tag> Parse(std::string_view bytes) { return ParseBytes(by
 inline std::string Write(const Tag* root, std::uint32_t flags) {
   auto file = Common::MemoryFile::Create();
   WriteDocument(root, *file, flags);
-  const char* data = file->GetData();
-  return data ? std::string(data, file->Size()) : std::string();
+  return file->GetData() ? std::string(file->GetData(), file->Size()) : std::string();
 }
 
 // The element alone: no declaration, no final line break.
 inline std::string WriteElement(const Tag& root, bool indent = false) {
-  std::string all = Write(&root, kNoDeclaration | (indent ? kIndent : 0));
-  if (all.ends_with("\r\n")) all.resize(all.size() - 2);
-  return all;
+  const std::string all = Write(&root, kNoDeclaration | (indent ? kIndent : 0));
+  return all.substr(0, all.size() - 2);
+}
+
+// A tree on one line: name, attributes, then texts and children in
+// brackets. Units outside printable ASCII, and "{", show as {hex}; a child
+// that does not point back to its parent is marked "!".
+inline std::string Dump(const Tag& tag) {
+  const auto text = [](std::u16string_view s) {
+    std::string out;
+    for (const char16_t c : s) {
+      char hex[10];
+      std::snprintf(hex, sizeof hex, "{%X}", static_cast<unsigned>(c));
+      out += c >= 0x20 && c < 0x7F && c != '{' ? std::string(1, static_cast<char>(c)) : hex;
+    }
+    return out;
+  };
+  std::string out = tag.Name;
+  for (const auto& [name, value] : tag.Attributes) out += " " + name + "=\"" + text(value) + "\"";
+  if (tag.Text.size() != tag.Children.size() + 1) return out + "[!texts]";
+  out += "[" + text(tag.Text[0]);
+  for (std::size_t i = 0; i < tag.Children.size(); ++i)
+    out += (tag.Children[i]->Parent == &tag ? "" : "!") + Dump(*tag.Children[i]) +
+           text(tag.Text[i + 1]);
+  return out + "]";
+}
+
+inline std::string Tree(std::string_view document) {
+  const auto root = Parse(document);
+  return root ? Dump(*root) : "<failed>";
 }
 
 // Hands out at most `chunk` bytes a read and notes what each read asked
-// for; can store an error in its Status once `failAfter` bytes are out.
-class TrickleFile : public i_file {
- public:
-  TrickleFile(std::string data, std::size_t chunk, std::size_t failAfter = std::string::npos)
-      : data_(std::move(data)), chunk_(chunk), failAfter_(failAfter) {}
-
+// for; stores an error in its Status once `FailAfter` bytes are out.
+struct TrickleFile : i_file {
+  TrickleFile(std::string data, std::size_t chunk) : Data(std::move(data)), Chunk(chunk) {}
   std::size_t Read(void* buffer, std::size_t size) override {
     Requests.push_back(size);
-    if (Failed()) return 0;
-    const std::size_t n = std::min({size, chunk_, data_.size() - position_});
-    std::memcpy(buffer, data_.data() + position_, n);
-    position_ += n;
-    if (position_ >= failAfter_)
-      Status = Common::FileErrorOf(VR_SITE, FileError::Read);
+    const std::size_t n = std::min({size, Chunk, Data.size() - Position});
+    std::memcpy(buffer, Data.data() + Position, n);
+    if ((Position += n) >= FailAfter) Status = Common::FileErrorOf(VR_SITE, FileError::Read);
     return n;
   }
-
+  std::string Data;
+  std::size_t Chunk, Position = 0, FailAfter = std::string::npos;
   std::vector<std::size_t> Requests;
-
- private:
-  std::string data_;
-  std::size_t position_ = 0;
-  std::size_t chunk_;
-  std::size_t failAfter_;
 };
 
-class CollectingFile : public o_file {
- public:
+struct CollectingFile : o_file {
   std::size_t Write(const void* buffer, std::size_t size) override {
     Bytes.append(static_cast<const char*>(buffer), size);
-    ++Writes;
     return size;
   }
   void Flush() override { ++Flushes; }
-
   std::string Bytes;
-  int Writes = 0;
   int Flushes = 0;
 };
-
-// Two trees are the same document: names, attributes, texts, shape.
-inline bool SameTree(const Tag& a, const Tag& b) {
-  if (a.Name != b.Name || a.Attributes != b.Attributes || a.Text != b.Text ||
-      a.Children.size() != b.Children.size())
-    return false;
-  for (std::size_t i = 0; i < a.Children.size(); ++i) {
-    if (a.Children[i]->Parent != &a || b.Children[i]->Parent != &b) return false;
-    if (!SameTree(*a.Children[i], *b.Children[i])) return false;
-  }
-  return true;
-}
 
 }  // namespace Xml::testing
