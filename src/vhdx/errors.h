@@ -16,6 +16,26 @@ inline constexpr ErrorMessage kInvalidVersion{0x3C0021, Msg::EngineInvalidVersio
 inline constexpr ErrorMessage kNoCurrentHeader{0x3C0010, Msg::EngineNoCurrentHeader};
 inline constexpr ErrorMessage kRegionTableInvalid{0x3C0011, Msg::EngineRegionTableInvalid};
 inline constexpr ErrorMessage kRegionEntryMissing{0x3C0018, Msg::EngineRegionEntryMissing};
+// A block size and sector size whose arithmetic would divide by zero or
+// leave sectors of a chunk without a BAT entry: refused before any use.
+inline constexpr ErrorMessage kBadBlockGeometry{0x3C0003, Msg::EngineBadBlockGeometry};
+
+// Blocks and the BAT.
+inline constexpr ErrorMessage kUnknownBlockState{0x3C001A, Msg::EngineUnknownBlockState};
+inline constexpr ErrorMessage kPartialInFixed{0x3C0019, Msg::EnginePartialInFixed};
+inline constexpr ErrorMessage kBitmapMissing{0x3C001B, Msg::EngineBitmapMissing};
+inline constexpr ErrorMessage kBeyondAllocation{0x3C0008, Msg::EngineBeyondAllocation};
+
+// The metadata region and its items.
+inline constexpr ErrorMessage kMetadataSignature{0x3C0012, Msg::EngineMetadataSignature};
+inline constexpr ErrorMessage kMetadataRequired{0x3C0027, Msg::EngineMetadataRequired};
+inline constexpr ErrorMessage kMetadataUnsupported{0x3C0028, Msg::EngineMetadataUnsupported};
+inline constexpr ErrorMessage kMetadataLength{0x3C0016, Msg::EngineMetadataLength};
+inline constexpr ErrorMessage kMetadataMultiple{0x3C0026, Msg::EngineMetadataMultiple};
+inline constexpr ErrorMessage kMetadataNotAllowed{0x3C0037, Msg::EngineMetadataNotAllowed};
+inline constexpr ErrorMessage kLocatorType{0x3C0013, Msg::EngineLocatorType};
+inline constexpr ErrorMessage kLocatorBounds{0x3C0014, Msg::EngineLocatorBounds};
+inline constexpr ErrorMessage kNoFreeSpace{0x3C0031, Msg::EngineNoFreeSpace};
 
 // File regions and space management: faults of the engine itself.
 inline constexpr ErrorMessage kInternalError{0x3C0000, Msg::InternalError};

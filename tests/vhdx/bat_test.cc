@@ -1,0 +1,274 @@
+// The BAT's entries and arithmetic, and the collectors that turn entries and
+// changed bytes of the BAT into disk areas and data block records.
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/site.h"
+#include "vhd/block_bitmap_arrays.h"
+#include "vhd/caching_bitmap_array.h"
+#include "vhd/data_block_info.h"
+#include "vhdx/bat_collectors.h"
+#include "vhdx/bat_traits.h"
+#include "vhdx/change_tracking_bitmap.h"
+#include "vhdx/errors.h"
+#include "vhdx/file_region_impl.h"
+#include "vhdx/little_endian.h"
+#include "vhdx/test_files.h"
+#include "vhdx/writeable_file.h"
+
+namespace {
+
+using Vhd::DiskArea;
+using VhdxTest::CodeOf;
+using namespace Vhdx;
+
+template <typename T>
+struct Recorder : Vhd::Collector<T> {
+  std::vector<T> seen;
+  std::size_t stopAfter = SIZE_MAX;
+  bool Collect(const T& value) override {
+    seen.push_back(value);
+    return seen.size() < stopAfter;
+  }
+};
+
+struct EntryRecorder : BatEntryCollector {
+  std::vector<std::uint64_t> indices;
+  bool Collect(std::uint64_t index, const BatEntry&) override {
+    indices.push_back(index);
+    return true;
+  }
+};
+
+BatEntry Entry(std::uint32_t state, std::uint64_t offsetMb) {
+  BatEntry entry;
+  entry.SetState(state);
+  entry.SetFileOffsetMb(offsetMb);
+  return entry;
+}
+
+TEST(BatEntryTest, StateAndOffsetUpdatesKeepEveryOtherBit) {
+  BatEntry entry(0xFFFFF'FFFFF'FFFFF0ull | 0x7);
+  entry.SetState(PAYLOAD_BLOCK_ZERO);
+  EXPECT_EQ(entry.Raw(), 0xFFFFFFFFFFFFFFF2ull);
+  entry.SetFileOffsetMb(3);
+  EXPECT_EQ(entry.Raw(), 0x3FFFF2ull);
+  EXPECT_EQ(entry.GetFileOffset(), 3 * 0x100000ull);
+  EXPECT_EQ(entry.GetState(), 2u);
+}
+
+TEST(BatTraitsTest, GeometryRefusesWhatWouldBreakTheArithmetic) {
+  struct Case {
+    std::uint32_t block, sector;
+    std::uint64_t virtualSize;
+    std::uint32_t code, ratio;
+    std::uint64_t entries;
+  };
+  const Case cases[] = {
+      {0, 512, 1, 0x3C0003, 0, 0},
+      {0x400000, 0, 1, 0x3C0003, 0, 0},
+      {1000000, 512, 1, 0x3C0003, 0, 0},      // not whole sectors
+      {0x300000, 512, 1, 0x3C0003, 0, 0},     // blocks do not tile a chunk
+      {0x1000000, 1, 1, 0x3C0003, 0, 0},      // a chunk ratio of 0
+      {0x400000, 512, 0, 0, 1024, 0},         // no blocks, no entries
+      {0x400000, 512, 1024ull << 22, 0, 1024, 1024},  // one chunk: no bitmap entry counted
+      {0x400000, 512, (1024ull << 22) + 1, 0, 1024, 1026},
+      {0x400000, 4096, 0x400000, 0, 8192, 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.block << "/" << c.sector);
+    const Common::Error error = VhdxTest::Raised([&] {
+      const BlockGeometry g = BlockGeometry::Make(c.block, c.sector, c.virtualSize);
+      EXPECT_EQ(g.ChunkRatio, c.ratio);
+      EXPECT_EQ(g.BatEntryCount, c.entries);
+      EXPECT_EQ(std::uint64_t{g.ChunkRatio} * g.SectorsPerBlock, kSectorsPerChunk);
+    });
+    EXPECT_EQ(error.Code(), c.code);
+    if (c.code) {
+      EXPECT_NE(error.GetText().find(u"do not fit"), std::u16string::npos);
+    }
+  }
+  EXPECT_EQ(CodeOf([] { ChunkTraits(0, 8); }), 0x3C0000u);
+  EXPECT_EQ(CodeOf([] { ParametrizedBatIndexTraits{0}; }), 0x3C0000u);
+}
+
+TEST(BatTraitsTest, IndexFormulaeAgreeWithTheInterleavedLayout) {
+  for (const std::uint32_t ratio : {1u, 3u, 1024u}) {
+    const ParametrizedBatIndexTraits traits(ratio);
+    for (std::uint64_t block = 0; block < 3 * ratio; ++block) {
+      const std::uint64_t index = PayloadEntryIndex(block, ratio);
+      ASSERT_FALSE(traits.IsBitmapEntry(index)) << ratio << " " << block;
+      ASSERT_EQ(traits.GetPayloadIndex(index), block);
+      // The last block of a chunk is followed by the chunk's bitmap entry.
+      if (block % ratio == ratio - 1) {
+        ASSERT_TRUE(traits.IsBitmapEntry(index + 1));
+        ASSERT_EQ(BitmapEntryIndex(block / ratio, ratio), index + 1);
+      }
+    }
+  }
+}
+
+TEST(ChunkTraitsTest, ChunkRangesAndBlockPlaces) {
+  // A range that ends on a chunk boundary counts the next chunk as well;
+  // the BAT slice cache is keyed by this count, so it is pinned.
+  struct Case {
+    std::uint64_t first, count, chunk, chunks;
+  };
+  for (const Case& c : {Case{0, 0x800000, 0, 2}, Case{0, 0x7FFFFF, 0, 1}, Case{9, 0, 0, 0},
+                        Case{0x7FFFFF, 2, 0, 2}, Case{0x1800000, 1, 3, 1}}) {
+    EXPECT_EQ(ChunkTraits::GetChunkRange(c.first, c.count), (IndexRange{c.chunk, c.chunks})) << c.first;
+  }
+  const ChunkTraits traits(1024, 8192);
+  EXPECT_EQ(traits.GetChunkOfBlock(1025), 1u);
+  EXPECT_EQ(traits.GetBlockArea(1025), (DiskArea{8192, 8192}));
+  EXPECT_EQ(BlockSizeAwareDataBlockTraits(8).GetArea(3), (DiskArea{24, 8}));
+}
+
+TEST(BatTraitsTest, RegionBytesMapToEveryEntryTheyTouchUpToTheLimit) {
+  const LimitedBatRegionAreaToIndexMap map(10);
+  struct Case {
+    Area area;
+    IndexRange indices;
+  };
+  for (const Case& c : {Case{{0, 0}, {0, 0}}, Case{{40, 0}, {0, 0}}, Case{{4, 8}, {0, 2}}, Case{{8, 8}, {1, 1}},
+                        Case{{76, 100}, {9, 1}}, Case{{200, 8}, {10, 0}}}) {
+    EXPECT_EQ(map.Map(c.area), c.indices) << c.area.Offset << "+" << c.area.Size;
+  }
+}
+
+// A BAT of ratio 2 (payload, payload, bitmap, ...) in a file region.
+class BatCollectorTest : public ::testing::Test {
+ protected:
+  BatCollectorTest() {
+    const BatEntry entries[] = {Entry(6, 1), Entry(7, 2), Entry(6, 9), Entry(0, 0), Entry(5, 0),
+                                Entry(6, 9), Entry(2, 0), Entry(7, 3)};
+    std::string bytes(0x100 + sizeof entries, '\0');
+    for (std::size_t i = 0; i < std::size(entries); ++i)
+      StoreLe64(reinterpret_cast<std::uint8_t*>(bytes.data()) + 0x100 + 8 * i, entries[i].Raw());
+    raw.Load(bytes);
+  }
+  std::shared_ptr<BatEntryEnumerator> Enumerator() {
+    return std::make_shared<ArrayEntryEnumerator<BatEntry>>(std::make_shared<FileRegionBatEntryArray>(region));
+  }
+
+  VhdxTest::ScriptedFile raw;
+  WriteableFile file{raw};
+  ReadOnlyFileRegionImpl region{file, {0x100, 64}};
+  std::shared_ptr<BatIndexTraits> traits = std::make_shared<ParametrizedBatIndexTraits>(2);
+};
+
+TEST_F(BatCollectorTest, EntriesAreRoutedByStateAndUnknownStatesHoldNothing) {
+  auto present = std::make_shared<EntryRecorder>(), partial = std::make_shared<EntryRecorder>();
+  DispatchingBatEntryCollector dispatch(traits, present, partial);
+  EXPECT_TRUE(Enumerator()->Enumerate(0, 8, dispatch));
+  EXPECT_EQ(present->indices, (std::vector<std::uint64_t>{0, 6}));  // 2 and 5 are bitmaps, 4 is state 5
+  EXPECT_EQ(partial->indices, (std::vector<std::uint64_t>{1, 7}));
+
+  auto areas = std::make_shared<Recorder<DiskArea>>();
+  EmptyBatEntryToDiskAreaCollector empty(traits, 8, areas);
+  EXPECT_TRUE(Enumerator()->Enumerate(0, 8, empty));
+  EXPECT_EQ(areas->seen, (std::vector<DiskArea>{{16, 8}, {32, 8}}));  // blocks 2 and 4
+}
+
+TEST_F(BatCollectorTest, OverlappingPayloadBlocksAreFoundWhenTheMapIsBuilt) {
+  auto map = std::make_shared<Vhd::RegionIndexedCollectingDataBlockInfoMap>(0x100000);
+  PayloadBatEntryToBlockInfoCollector toMap(traits, 8, map);
+  EXPECT_TRUE(Enumerator()->Enumerate(0, 2, toMap));
+  Recorder<Vhd::DataBlockInfo> blocks;
+  EXPECT_TRUE(map->Enumerate({0x1FFFFF, 2}, blocks));
+  EXPECT_EQ(blocks.seen, (std::vector<Vhd::DataBlockInfo>{{0x100000, 0, true}, {0x200000, 8, false}}));
+  // Entry 7 is block 5 at 3 MiB: fine. Then a block at 1 MiB again.
+  EXPECT_TRUE(toMap.Collect(7, Entry(7, 3)));
+  const Common::Error error = VhdxTest::Raised([&] { toMap.Collect(6, Entry(6, 1)); });
+  EXPECT_EQ(error.Code(), 0x3C0040u);
+  EXPECT_NE(error.GetText().find(u"1048576"), std::u16string::npos);
+}
+
+TEST_F(BatCollectorTest, ChangedFileBytesBecomeTheBlocksTheyEmptied) {
+  // Bytes 0x118..0x127 of the file: entries 3 and 4 (state 0 and 5).
+  auto areas = std::make_shared<Recorder<DiskArea>>();
+  auto entries = std::make_shared<EmptyBatEntryToDiskAreaCollector>(traits, 8, areas);
+  auto batBytes = std::make_shared<BatRegionAreaCollector>(
+      Enumerator(), std::make_shared<LimitedBatRegionAreaToIndexMap>(8), entries);
+  RegionCollectorComposite composite;
+  auto before = std::make_shared<Recorder<Vhd::FileRegion>>();
+  composite.Add(before);
+  composite.Add(std::make_shared<RegionToRegionAreaCollector>(region.GetLocation(), batBytes));
+  EXPECT_TRUE(composite.Collect({0x118, 0x10}));
+  EXPECT_TRUE(composite.Collect({0, 0x100}));  // before the region: nothing
+  EXPECT_EQ(areas->seen, (std::vector<DiskArea>{{16, 8}}));
+  before->stopAfter = 0;
+  EXPECT_FALSE(composite.Collect({0x118, 0x10}));
+  EXPECT_EQ(areas->seen.size(), 1u);
+}
+
+TEST(DataBlockMapTest, ChangedBytesTranslateToTouchedSectorsOfEachBlock) {
+  auto map = std::make_shared<Vhd::RegionIndexedCollectingDataBlockInfoMap>(0x100000);
+  map->Collect({0x300000, 2048, true});
+  map->Collect({0x100000, 0, false});
+  auto sectors = std::make_shared<Recorder<DiskArea>>();
+  Vhd::DataBlocksRegionCollector collector(map, 0x100000, 512, sectors);
+  EXPECT_TRUE(collector.Collect({0x100201, 1}));
+  EXPECT_TRUE(collector.Collect({0x1FFFFF, 0x100002}));  // last byte of one, first of the next
+  EXPECT_TRUE(collector.Collect({0x200000, 0x100000}));   // no block there
+  EXPECT_EQ(sectors->seen, (std::vector<DiskArea>{{1, 1}, {2047, 1}, {2048, 1}}));
+  sectors->stopAfter = 0;
+  EXPECT_FALSE(collector.Collect({0x100000, 0x300000}));
+  EXPECT_EQ(sectors->seen.size(), 4u);
+}
+
+struct CountingSource : BitmapSource {
+  std::vector<std::uint64_t> loaded;
+  std::shared_ptr<Vhd::DataOwningBitmap> Load(BatEntry entry) override {
+    loaded.push_back(entry.GetFileOffsetMb());
+    return Vhd::CreateBitmap(kSectorsPerChunk, false);
+  }
+};
+
+TEST_F(BatCollectorTest, BlockBitmapsAreViewsOfTheirChunksBitmap) {
+  // Ratio 2 needs 0x400000 sectors a block; entry 2 and 5 are the bitmaps.
+  auto source = std::make_shared<CountingSource>();
+  auto chunks = std::make_shared<CachingBitmapArray>(
+      std::make_shared<LoadingBitmapArray>(std::make_shared<FileRegionBatEntryArray>(region), source, 2));
+  auto blocks = std::make_shared<BlockBitmapArray>(chunks, std::make_shared<ChunkTraits>(2, 0x400000));
+  blocks->Get(3)->Set(1, 2, true);
+  EXPECT_TRUE(chunks->Get(1)->Get(0x400001));
+  EXPECT_EQ(source->loaded, (std::vector<std::uint64_t>{9}));
+
+  BlockBitmapDiskAreaEnumeratorArray enumerators(std::make_shared<BlockSizeAwareDataBlockTraits>(0x400000),
+                                                 std::make_shared<Vhd::PresentBitmapEnumeratorFactory>(), blocks);
+  Recorder<DiskArea> areas;
+  EXPECT_TRUE(enumerators.Get(3)->Enumerate(areas));
+  EXPECT_EQ(areas.seen, (std::vector<DiskArea>{{3 * 0x400000 + 1, 2}}));
+}
+
+struct CountingObserver : Observer {
+  int count = 0;
+  bool refuse = false;
+  void Notify() override {
+    ++count;
+    if (refuse) throw Common::MessageError(VR_SITE, kInternalError);
+  }
+};
+
+TEST(ChangeTrackingBitmapTest, ViewsReportEveryLevelBeforeTheChange) {
+  auto chunk = std::make_shared<ChangeTrackingBitmap>(Vhd::CreateBitmap(64, false));
+  auto chunkObserver = std::make_shared<CountingObserver>();
+  chunk->Add(chunkObserver);
+  auto block = std::dynamic_pointer_cast<ChangeTrackingBitmap>(chunk->GetSubBitmap(16, 16));
+  auto blockObserver = std::make_shared<CountingObserver>();
+  block->Add(blockObserver);
+  const auto sectors = block->GetSubBitmap(8, 8);
+  sectors->Set(1, true);
+  EXPECT_TRUE(chunk->Get(25));
+  EXPECT_EQ(chunkObserver->count, 1);
+  EXPECT_EQ(blockObserver->count, 1);
+  chunkObserver->refuse = true;
+  EXPECT_EQ(CodeOf([&] { sectors->SetAll(true); }), 0x3C0000u);
+  EXPECT_FALSE(chunk->Get(24));
+}
+
+}  // namespace
