@@ -80,4 +80,68 @@ inline constexpr Common::Guid kBatRegionGuid{
 inline constexpr Common::Guid kMetadataRegionGuid{
     0x8B7CA206, 0x4790, 0x4B9A, {0xB8, 0xFE, 0x57, 0x5F, 0x05, 0x0F, 0x88, 0x6E}};
 
+// --- The metadata region: a table of typed items, then their data.
+inline constexpr char kMetadataSignature[8] = {'m', 'e', 't', 'a', 'd', 'a', 't', 'a'};
+// Item data is never placed in the table area at the start of the region.
+inline constexpr std::uint32_t kMetadataTableAreaSize = 65536;
+
+namespace MetadataTable {
+inline constexpr std::size_t kSignature = 0;
+inline constexpr std::size_t kEntryCount = 10;
+inline constexpr std::size_t kHeaderSize = 32;
+inline constexpr std::size_t kFirstEntry = 32;
+}  // namespace MetadataTable
+
+namespace MetadataEntry {
+inline constexpr std::size_t kItemId = 0;
+inline constexpr std::size_t kOffset = 16;
+inline constexpr std::size_t kLength = 20;
+inline constexpr std::size_t kFlags = 24;
+inline constexpr std::size_t kReserved = 28;
+inline constexpr std::size_t kSize = 32;
+}  // namespace MetadataEntry
+
+// As many entries as fit in the table area (2047); more would reach into
+// item data, so neither the reader nor the writer goes beyond.
+inline constexpr std::uint32_t kMaxMetadataEntries =
+    (kMetadataTableAreaSize - MetadataTable::kFirstEntry) / MetadataEntry::kSize;
+
+// Bits of an entry's Flags. Only IsUser takes part in an item's identity.
+inline constexpr std::uint32_t kMetadataIsUser = 1;
+inline constexpr std::uint32_t kMetadataIsVirtualDisk = 2;
+inline constexpr std::uint32_t kMetadataIsRequired = 4;
+
+// The items the engine knows, all system items (IsUser clear).
+inline constexpr Common::Guid kFileParametersItem{
+    0xCAA16737, 0xFA36, 0x4D43, {0xB3, 0xB6, 0x33, 0xF0, 0xAA, 0x44, 0xE7, 0x6B}};
+inline constexpr Common::Guid kVirtualDiskSizeItem{
+    0x2FA54224, 0xCD1B, 0x4876, {0xB2, 0x11, 0x5D, 0xBE, 0xD8, 0x3B, 0xF4, 0xB8}};
+inline constexpr Common::Guid kPage83DataItem{
+    0xBECA12AB, 0xB2E6, 0x4523, {0x93, 0xEF, 0xC3, 0x09, 0xE0, 0x00, 0xC7, 0x46}};
+inline constexpr Common::Guid kLogicalSectorSizeItem{
+    0x8141BF1D, 0xA96F, 0x4709, {0xBA, 0x47, 0xF2, 0x33, 0xA8, 0xFA, 0xAB, 0x5F}};
+inline constexpr Common::Guid kPhysicalSectorSizeItem{
+    0xCDA348C7, 0x445D, 0x4471, {0x9C, 0xC9, 0xE9, 0x88, 0x52, 0x51, 0xC5, 0x56}};
+inline constexpr Common::Guid kParentLocatorItem{
+    0xA8D35F2D, 0xB30B, 0x454D, {0xAB, 0xF7, 0xD3, 0xD8, 0x48, 0x34, 0xAB, 0x0C}};
+
+// The parent locator item: a type GUID, a count, then key/value entries
+// that point at UTF-16 text elsewhere in the item.
+inline constexpr Common::Guid kVhdxParentLocatorType{
+    0xB04AEFB7, 0xD19E, 0x4A81, {0xB7, 0x89, 0x25, 0xB8, 0xE9, 0x44, 0x59, 0x13}};
+
+namespace ParentLocator {
+inline constexpr std::size_t kLocatorType = 0;
+inline constexpr std::size_t kKeyValueCount = 18;
+inline constexpr std::size_t kHeaderSize = 20;
+}  // namespace ParentLocator
+
+namespace ParentLocatorEntry {
+inline constexpr std::size_t kKeyOffset = 0;
+inline constexpr std::size_t kValueOffset = 4;
+inline constexpr std::size_t kKeyLength = 8;
+inline constexpr std::size_t kValueLength = 10;
+inline constexpr std::size_t kSize = 12;
+}  // namespace ParentLocatorEntry
+
 }  // namespace Vhdx::Format
