@@ -1,4 +1,5 @@
-// A collector that keeps what it receives and says stop after a given count.
+// A collector that keeps what it receives and says stop after a given count,
+// and the code of a raised error.
 #pragma once
 
 #include <cstddef>
@@ -26,6 +27,17 @@ struct Recorder : Collector<T> {
 };
 
 using Areas = std::vector<DiskArea>;
+
+// The code of the error `fn` raises; 0 if none.
+template <class Fn>
+std::uint32_t CodeOf(Fn fn) {
+  try {
+    fn();
+  } catch (const Common::Error& e) {
+    return e.Code();
+  }
+  return 0;
+}
 
 }  // namespace Testing
 }  // namespace Vhd

@@ -20,9 +20,7 @@
 #include "vhdx/little_endian.h"
 
 namespace Vhdx {
-inline void PrintTo(const Area& area, std::ostream* out) {
-  *out << "{" << area.Offset << ", " << area.Size << "}";
-}
+inline void PrintTo(const Area& area, std::ostream* out) { *out << "{" << area.Offset << ", " << area.Size << "}"; }
 }  // namespace Vhdx
 
 namespace VhdxTest {
@@ -39,9 +37,7 @@ Common::Error Raised(Fn fn) {
 }
 
 template <class Fn>
-std::uint32_t CodeOf(Fn fn) {
-  return Raised(fn).Code();
-}
+std::uint32_t CodeOf(Fn fn) { return Raised(fn).Code(); }
 
 // A rio_file in memory that moves at most `Step` bytes a call, takes no
 // byte at or beyond `WriteLimit` (a full medium: 0 bytes and no error), and
@@ -53,9 +49,7 @@ class ScriptedFile : public rio_file {
   std::vector<std::size_t> Writes;
   std::unique_ptr<Common::MemoryFile> Store = Common::MemoryFile::Create();
 
-  std::size_t Read(void* buffer, std::size_t size) override {
-    return Store->Read(buffer, std::min(size, Step));
-  }
+  std::size_t Read(void* buffer, std::size_t size) override { return Store->Read(buffer, std::min(size, Step)); }
   std::size_t Write(const void* buffer, std::size_t size) override {
     Writes.push_back(size);
     const auto at = static_cast<std::uint64_t>(Store->SeekCurrent(0));
@@ -103,6 +97,7 @@ class LoggingFile : public Vhdx::FileDecorator {
     Log.push_back("F");
     FileDecorator::Flush();
   }
+
 };
 
 inline Common::Guid TestGuid(std::uint8_t seed) {
@@ -113,8 +108,7 @@ inline Common::Guid TestGuid(std::uint8_t seed) {
 }
 
 inline Vhdx::HeaderInfo TestHeaderInfo(std::uint8_t seed) {
-  return {TestGuid(seed), TestGuid(static_cast<std::uint8_t>(seed + 1)), {}, 0, 1,
-          0x100000, 0x100000};
+  return {TestGuid(seed), TestGuid(static_cast<std::uint8_t>(seed + 1)), {}, 0, 1, 0x100000, 0x100000};
 }
 
 // Stores the CRC-32C of the `size` bytes at `offset` in their checksum
