@@ -21,23 +21,17 @@ bool InsideRecord(const Error& e, const void* p) {
   return q >= base && q < base + e.Record()->Size;
 }
 
-TEST(ErrorTest, EmptyErrorMeansSuccessAndCodeZeroMakesNoRecord) {
-  Error none;
-  EXPECT_TRUE(none.IsEmpty());
-  EXPECT_EQ(none.Code(), 0u);
-  EXPECT_TRUE(none.Reason().IsEmpty());
-  EXPECT_TRUE(none.GetText().empty());
-  EXPECT_EQ(none.GetFieldNames(), nullptr);
-
+TEST(ErrorTest, CodeZeroMakesNoRecordEqualityComparesCodesAndNarrowTextWidens) {
+  EXPECT_EQ(Error().GetFieldNames(), nullptr);
+  EXPECT_TRUE(Error().GetText().empty());
   EXPECT_TRUE(Error(VR_SITE, 0, u"ignored").IsEmpty());
   EXPECT_TRUE(Error(VR_SITE, 0, "ignored").IsEmpty());
   EXPECT_TRUE(Error::WithFileName(VR_SITE, 0, u"t", u"f").IsEmpty());
-  EXPECT_TRUE(NoError.IsEmpty());
-}
-
-TEST(ErrorTest, EqualityComparesCodesOnly) {
   EXPECT_EQ(Error(VR_SITE, 0x40011, u"one"), Error(VR_SITE, 0x40011, "two"));
   EXPECT_FALSE(Error(VR_SITE, 0x40011) == Error(VR_SITE, 0x40012));
+  // Narrow text is widened unit by unit.
+  EXPECT_EQ(Error(VR_SITE, 5, "Disk is full.").GetText(), u"Disk is full.");
+  EXPECT_EQ(Error(VR_SITE, 5, "\xE9").GetText(), std::u16string(1, u'\u00E9'));
 }
 
 TEST(ErrorTest, EveryKindAnswersItsFieldListAndFields) {
@@ -63,7 +57,6 @@ TEST(ErrorTest, EveryKindAnswersItsFieldListAndFields) {
     EXPECT_STREQ(c.error.GetFieldNames(), c.fields);
     EXPECT_STREQ(c.error.GetNarrowString("$module"), "vellumrig_vsa64_35791");
     EXPECT_EQ(c.error.GetNarrowString("noSuchField"), nullptr);
-    EXPECT_EQ(c.error.GetWideString("noSuchField"), nullptr);
     EXPECT_EQ(c.error.GetNumber("noSuchField"), 0u);
   }
 
@@ -78,16 +71,8 @@ TEST(ErrorTest, EveryKindAnswersItsFieldListAndFields) {
   EXPECT_EQ(cases[8].error.GetNumber("function"), 12u);
   EXPECT_EQ(cases[8].error.GetNarrowString("function"), nullptr);
   EXPECT_STREQ(cases[7].error.GetNarrowString("function"), "zip_open");
-  EXPECT_EQ(cases[9].error.GetNumber("line"), 3u);
   EXPECT_EQ(cases[9].error.GetNumber("column"), 9u);
-  // Kinds without text give none.
-  EXPECT_TRUE(cases[6].error.GetText().empty());
-  EXPECT_TRUE(cases[0].error.GetText().empty());
-}
-
-TEST(ErrorTest, NarrowTextIsWidenedUnitByUnit) {
-  EXPECT_EQ(Error(VR_SITE, 5, "Disk is full.").GetText(), u"Disk is full.");
-  EXPECT_EQ(Error(VR_SITE, 5, "\xE9").GetText(), std::u16string(1, u'\u00E9'));
+  EXPECT_TRUE(cases[6].error.GetText().empty());  // kinds without text give none
 }
 
 TEST(ErrorTest, TableTextIsKeptByPointerAndOtherTextIsCopied) {
@@ -96,7 +81,6 @@ TEST(ErrorTest, TableTextIsKeptByPointerAndOtherTextIsCopied) {
   Error fromTable(VR_SITE, 0x530040, tableText);
   const std::uint64_t slot = RecordSlots(fromTable.Record())[0];
   EXPECT_EQ(slot, reinterpret_cast<std::uintptr_t>(tableText));
-  EXPECT_EQ(fromTable.Record()->Size, sizeof(ErrorRecord) + 8);  // no copied bytes
 
   Error copied;
   {
@@ -115,7 +99,6 @@ TEST(ErrorTest, CopiedStringsAreOffsetsSoAByteCopyIsAValidClone) {
   Error shared = original;  // shared: AddReason must clone
   shared.AddReason(Error(VR_SITE, 7));
   ASSERT_NE(shared.Record(), original.Record());
-  EXPECT_TRUE(InsideRecord(shared, shared.GetWideString("FullPath")));
   EXPECT_EQ(std::u16string(shared.GetWideString("FileName")), u"b");
   EXPECT_EQ(shared.GetText(), u"gone");
   original = Error();  // the clone does not depend on the original
@@ -123,15 +106,13 @@ TEST(ErrorTest, CopiedStringsAreOffsetsSoAByteCopyIsAValidClone) {
   EXPECT_TRUE(InsideRecord(shared, shared.GetWideString("FullPath")));
 }
 
-TEST(ErrorTest, AddReasonOnEmptyErrorBecomesTheCause) {
-  Error outer;
+TEST(ErrorTest, AddReasonOnEmptyOrUnsharedRecordsWorksInPlace) {
+  Error empty;
   Error cause(VR_SITE, 0x40011, u"missing");
-  outer.AddReason(cause);
-  EXPECT_EQ(outer.Record(), cause.Record());
-  EXPECT_EQ(outer.Record()->RefCount, 2);
-}
+  empty.AddReason(cause);  // an empty error becomes the cause
+  EXPECT_EQ(empty.Record(), cause.Record());
+  EXPECT_EQ(empty.Record()->RefCount, 2);
 
-TEST(ErrorTest, AddReasonOnUnsharedRecordReplacesItsChainInPlace) {
   Error outer(VR_SITE, 0x530013, u"outer");
   const ErrorRecord* before = outer.Record();
   outer.AddReason(Error(VR_SITE, 1, u"first"));
@@ -153,7 +134,6 @@ TEST(ErrorTest, AddReasonOnSharedRecordClonesAndLeavesOtherHoldersAlone) {
   // The clone carries only the new cause: the old chain is not carried over.
   EXPECT_TRUE(second.Reason().Reason().IsEmpty());
   EXPECT_EQ(second.GetText(), u"outer");
-  EXPECT_EQ(second.Record()->RefCount, 1);
   EXPECT_EQ(first.Record()->RefCount, 1);
 }
 
@@ -186,7 +166,6 @@ TEST(ErrorTest, AllocationFailureGivesTheStaticMemoryRecord) {
     EXPECT_EQ(e.Reason().Code(), 3u);
   }
   EXPECT_EQ(MemoryErrorRecord().RefCount, before);
-  EXPECT_GE(before, 1);
 }
 
 // Releases a chain on a thread whose stack is far too small for a recursion
@@ -227,23 +206,19 @@ TEST(ErrorTest, WindowsErrorMapsTheCodeAndUsesTheHelpersSite) {
   // errno 5 is EIO; its text comes from strerror, trimmed.
   EXPECT_EQ(os.GetText(), FromUtf8(std::strerror(5)));
 
-  Error negative(VR_SITE, 1);
-  negative.AddWindowsError(-1);
-  EXPECT_EQ(negative.Reason().GetNumber("code"), 0xFFFFFFFFu);
-  Error zero(VR_SITE, 1);
-  zero.AddWindowsError(0);
-  EXPECT_EQ(zero.Reason().GetNumber("code"), 0u);
   // Only the low 16 bits of a large value are kept.
-  Error large(VR_SITE, 1);
-  large.AddWindowsError(0x12345);
-  EXPECT_EQ(large.Reason().GetNumber("code"), 0x80072345u);
+  for (auto [given, code] : {std::pair{-1, 0xFFFFFFFFu}, std::pair{0, 0u}, std::pair{0x12345, 0x80072345u}}) {
+    Error other(VR_SITE, 1);
+    other.AddWindowsError(given);
+    EXPECT_EQ(other.Reason().GetNumber("code"), code) << given;
+  }
 }
 
 TEST(ErrorTest, SystemTextIsTrimmed) {
-  EXPECT_EQ(TrimSystemText(u"Access is denied.\r\n"), u"Access is denied");
-  EXPECT_EQ(TrimSystemText(u"First line.\r\nSecond line.\r\n"), u"First line.\nSecond line.");
-  EXPECT_EQ(TrimSystemText(u"No stop"), u"No stop");
-  EXPECT_EQ(TrimSystemText(u""), u"");
+  for (auto [given, trimmed] : {std::pair{u"Access is denied.\r\n", u"Access is denied"},
+                                std::pair{u"First line.\r\nSecond line.\r\n", u"First line.\nSecond line."},
+                                std::pair{u"No stop", u"No stop"}, std::pair{u"", u""}})
+    EXPECT_EQ(TrimSystemText(given), trimmed);
   EXPECT_EQ(SystemErrorText(0x80070002u), FromUtf8(std::strerror(2)));
   // The bit that once selected another message source is cleared.
   EXPECT_EQ(SystemErrorText(0x10000002u), FromUtf8(std::strerror(2)));
@@ -253,15 +228,12 @@ TEST(ErrorTest, SiteHashIsTheFileConstantPlusTheLine) {
   const ErrorSite a = VR_SITE;
   const ErrorSite b = VR_SITE;
   EXPECT_EQ(b.Hash - a.Hash, 1u);
-  EXPECT_EQ(b.Line - a.Line, 1u);
   EXPECT_EQ(a.Hash - a.Line, detail::FileConstant("tests/common/error_test.cc"));
   EXPECT_STREQ(a.File, "tests/common/error_test.cc");
-  EXPECT_NE(detail::FileConstant("src/common/error.cc"), detail::FileConstant("src/common/site.h"));
   EXPECT_STREQ(detail::QualifiedName("Common::Error Common::Error::AddWindowsError(int)").Text,
                "Common::Error::AddWindowsError");
   EXPECT_STREQ(detail::QualifiedName("std::pair<int, int> X<T>::f(T) [with T = int]").Text,
                "X<T>::f");
-  EXPECT_STREQ(detail::QualifiedName("int main()").Text, "main");
 }
 
 TEST(ErrorTest, MessageErrorsFillPlaceholdersAndKeepBareTextsInTheTable) {

@@ -35,26 +35,19 @@ TEST(MessageTableTest, CompiledTableHasTheCatalogueLayout) {
 TEST(MessageTableTest, TextsAreFoundByEntry) {
   EXPECT_EQ(std::u16string(GetMessage(Msg::OpenServerFailed)),
             u"Failed to open the virtualization server.");
-  EXPECT_EQ(MessageText(Msg::ErrorCode), u"Error code: ");
   EXPECT_EQ(MessageText(Msg::CompanionError), u"Companion error:\n");
   // Unused entries are empty, and numbers past the table have no text.
   EXPECT_EQ(MessageText(1697), u"");
   EXPECT_EQ(GetMessage(1698), nullptr);
-  EXPECT_EQ(MessageText(1698), u"");
 }
 
 TEST(MessageTableTest, EntryOfTheLanguageIsANarrowBlock) {
   const char* block = reinterpret_cast<const char*>(GetMessage(Msg::LanguageInfo));
   ASSERT_EQ(Msg::LanguageInfo, 1115u);
-  EXPECT_STREQ(block, "1");
-  block += std::strlen(block) + 1;
-  EXPECT_STREQ(block, "0x0409");
-  block += std::strlen(block) + 1;
-  EXPECT_STREQ(block, "en_US");
-  block += std::strlen(block) + 1;
-  EXPECT_STREQ(block, "en-US");
-  block += std::strlen(block) + 1;
-  EXPECT_STREQ(block, "iso10646-1,iso8859-1");
+  for (const char* part : {"1", "0x0409", "en_US", "en-US", "iso10646-1,iso8859-1"}) {
+    EXPECT_STREQ(block, part);
+    block += std::strlen(block) + 1;
+  }
 }
 
 TEST(MessageTableTest, ValidationRefusesOtherVersionsAndSizes) {

@@ -12,6 +12,7 @@ namespace {
 
 using Processor::AutoRef;
 using VirtualWareRaw::wstring;
+using Server = AutoRef<VirtualWareRaw::SafeVirtualServer>;
 
 class HostTest : public ::testing::Test {
  protected:
@@ -22,6 +23,12 @@ class HostTest : public ::testing::Test {
     ASSERT_NE(handle, nullptr) << dlerror();
     open = reinterpret_cast<SafeOpenVirtualServerFn*>(dlsym(handle, "SafeOpenVirtualServer"));
     ASSERT_NE(open, nullptr) << dlerror();
+  }
+  static Server Open(std::uint32_t type, Common::Error* error = nullptr) {
+    Common::Error local;
+    Server server;
+    open(error ? *error : local, type, server);
+    return server;
   }
 
   static inline void* handle = nullptr;
@@ -36,24 +43,23 @@ TEST_F(HostTest, ModuleExportsOnlyItsEntryPoint) {
 
 TEST_F(HostTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
   Common::Error error(Common::NoError);
-  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
-  open(error, 7, server);
+  Server server = Open(7, &error);
   ASSERT_TRUE(error.IsEmpty()) << Common::ToUtf8(Common::FullText(error));
   ASSERT_TRUE(server);
-
-  const std::uint32_t serverIds[] = {
-      VirtualWareRaw::SafeVirtualServer::InterfaceId, VirtualWareRaw::ObjectManager::InterfaceId,
-      VirtualWareRaw::PropertySet::InterfaceId, VirtualWareRaw::VirtualWorkstation::InterfaceId,
-      VirtualWareRaw::FileServicesClient::InterfaceId};
-  const std::uint32_t otherIds[] = {
-      VirtualWareRaw::SafeVMCollection::InterfaceId, VirtualWareRaw::SafeHardDiskCollection::InterfaceId,
-      VirtualWareRaw::SafeVM::InterfaceId, VirtualWareRaw::SafeVMAccess::InterfaceId,
-      VirtualWareRaw::SafeRawHardDisk::InterfaceId, VirtualWareRaw::SafeHardDisk::InterfaceId};
+  const std::pair<std::uint32_t, bool> ids[] = {
+      {VirtualWareRaw::SafeVirtualServer::InterfaceId, true}, {VirtualWareRaw::ObjectManager::InterfaceId, true},
+      {VirtualWareRaw::PropertySet::InterfaceId, true}, {VirtualWareRaw::VirtualWorkstation::InterfaceId, true},
+      {VirtualWareRaw::FileServicesClient::InterfaceId, true}, {VirtualWareRaw::SafeVMCollection::InterfaceId, false},
+      {VirtualWareRaw::SafeHardDiskCollection::InterfaceId, false}, {VirtualWareRaw::SafeVM::InterfaceId, false},
+      {VirtualWareRaw::SafeVMAccess::InterfaceId, false}, {VirtualWareRaw::SafeRawHardDisk::InterfaceId, false},
+      {VirtualWareRaw::SafeHardDisk::InterfaceId, false}};
   Processor::Interface* base = server.Get();
-  for (std::uint32_t id : serverIds) {
+  for (const auto& [id, present] : ids) {
     Processor::InterfaceRef ref;
     base->GetInterface(ref, id);
-    ASSERT_NE(ref.Pointer, nullptr) << std::hex << id;
+    ASSERT_EQ(ref.Pointer != nullptr, present) << std::hex << id;
+    ASSERT_EQ(ref.Meta != nullptr, present) << std::hex << id;
+    if (!present) continue;
     EXPECT_EQ(ref.Meta->GetId(), id);
     // The meta-class counts through the object's one shared count.
     EXPECT_EQ(base->RefCount.load(), 2);
@@ -61,61 +67,74 @@ TEST_F(HostTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
     ref.Meta->Release(ref.Pointer);
     ref.Meta->Release(ref.Pointer);
   }
-  for (std::uint32_t id : otherIds) {
-    Processor::InterfaceRef ref;
-    base->GetInterface(ref, id);
-    EXPECT_EQ(ref.Pointer, nullptr) << std::hex << id;
-    EXPECT_EQ(ref.Meta, nullptr);
-  }
   EXPECT_EQ(base->RefCount.load(), 1);
 
+  // Every property in its order; nullptr: any single value, "[..]": a list.
+  const std::pair<const char16_t*, const char16_t*> expected[] = {
+      {u"ID", u"E7F120F4-5479-4C91-AEA0-ACE049E8F4CC"}, {u"ResourceName", u"VHDX files"},
+      {u"Name", u"Virtual PC"}, {u"SupportedFirmwareTypes", u"[1,0]"}, {u"Vendor", u"Microsoft"},
+      {u"Version", u"5.3.582.27"}, {u"UUID", u"E7F120F4-5479-4C91-AEA0-ACE049E8F4CC"},
+      {u"CpuVendor", nullptr}, {u"CpuArchitecture", nullptr}, {u"CpuFamily", nullptr},
+      {u"CpuModel", nullptr}};
   auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(server);
   std::vector<wstring> names;
   ASSERT_TRUE(properties->GetPropertyNames(names).IsEmpty());
-  ASSERT_EQ(names.size(), 11u);
-  for (const auto& name : names) {
+  ASSERT_EQ(names.size(), std::size(expected));
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    SCOPED_TRACE(Common::ToUtf8(names[i]));
+    EXPECT_EQ(names[i], expected[i].first);
     wstring value;
     std::vector<wstring> values;
-    const bool single = properties->GetProperty(name, value).IsEmpty();
-    const bool list = properties->GetProperty(name, values).IsEmpty();
-    EXPECT_NE(single, list) << Common::ToUtf8(name);  // exactly one form exists
+    const Common::Error single = properties->GetProperty(names[i], value);
+    const Common::Error list = properties->GetProperty(names[i], values);
+    EXPECT_NE(single.IsEmpty(), list.IsEmpty());  // exactly one form exists
+    const Common::Error& refused = single.IsEmpty() ? list : single;
+    EXPECT_EQ(refused.Code(), 0x53002Cu);
+    EXPECT_EQ(refused.GetText(), u"Property '" + names[i] + u"' is not supported.");
+    if (list.IsEmpty()) value = u"[" + values.at(0) + u"," + values.at(1) + u"]";
+    if (expected[i].second) {
+      EXPECT_EQ(value, expected[i].second);
+    }
+    EXPECT_FALSE(value.empty());
   }
-  wstring version;
-  properties->GetProperty(u"Version", version);
-  EXPECT_EQ(version, u"5.3.582.27");
+  EXPECT_EQ(properties->GetProperty(u"version", names).Code(), 0x53002Cu);
+  EXPECT_EQ(properties->SetProperty(u"Name", u"x").Code(), 0x53002Cu);
+  EXPECT_EQ(properties->SetProperty(u"SupportedFirmwareTypes", names).Code(), 0x53002Cu);
+
+  wstring name;
+  EXPECT_TRUE(server->Reserved1().IsEmpty() && server->Reserved2().IsEmpty());
+  EXPECT_TRUE(server->GetServerName(name).IsEmpty());
+  EXPECT_EQ(name, u"Microsoft Virtual PC");
+  AutoRef<VirtualWareRaw::SafeVMCollection> collection, another;
+  ASSERT_TRUE(server->GetRegisteredVMs(collection).IsEmpty());
+  std::uint32_t count = 1;
+  EXPECT_TRUE(collection->GetCount(count).IsEmpty());
+  EXPECT_EQ(count, 0u);
+  AutoRef<VirtualWareRaw::SafeVM> vm;
+  const Common::Error e = collection->GetItem(0, vm);
+  EXPECT_EQ(e.Code(), 0x530023u);
+  EXPECT_EQ(e.GetText(), u"Cannot obtain virtual machines by the given index.");
+  server->GetRegisteredVMs(another);
+  EXPECT_NE(another.Get(), collection.Get());  // always a new one
 }
 
-TEST_F(HostTest, WrongTypeIsRefusedAndLeavesTheHolderAsItWas) {
+TEST_F(HostTest, WrongTypeIsRefusedAndReopeningReplacesTheHeldServer) {
   Common::Error error;
-  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
-  open(error, 6, server);
+  EXPECT_FALSE(Open(6, &error));
   EXPECT_EQ(error.Code(), 0x530069u);
   EXPECT_EQ(error.GetText(), u"Failed to open the virtualization server.");
-  EXPECT_FALSE(server);
 
-  AutoRef<VirtualWareRaw::SafeVirtualServer> earlier;
-  open(error, 7, earlier);
-  ASSERT_TRUE(earlier);
-  auto* kept = earlier.Get();
-  open(error, 6, earlier);
-  EXPECT_EQ(earlier.Get(), kept);
-}
-
-TEST_F(HostTest, ReopeningReplacesAndReleasesTheEarlierServer) {
-  Common::Error error;
-  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
-  open(error, 7, server);
-  AutoRef<VirtualWareRaw::SafeVirtualServer> watcher = server;
-  EXPECT_EQ(watcher->RefCount.load(), 2);
+  Server server = Open(7);
+  Server watcher = server;
+  open(error, 6, server);
+  EXPECT_EQ(server.Get(), watcher.Get());  // a refusal leaves the holder as it was
   open(error, 7, server);
   EXPECT_NE(server.Get(), watcher.Get());
   EXPECT_EQ(watcher->RefCount.load(), 1);  // the holder dropped its reference
 }
 
 TEST_F(HostTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
-  Common::Error error;
-  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
-  open(error, 7, server);
+  Server server = Open(7);
   AutoRef<VirtualWareRaw::SafeVM> vm;
   Common::Error create = server->CreateVM(u"", u"box", 0, vm);
   EXPECT_EQ(create.Code(), 0x530013u);
@@ -123,16 +142,14 @@ TEST_F(HostTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
   EXPECT_NE(text.find("Failed to create virtual machine 'box'."), std::string::npos) << text;
   EXPECT_NE(text.find("An internal error."), std::string::npos) << text;
   EXPECT_STREQ(create.GetNarrowString("$module"), "vellumrig_vsa64_35791");
-
   // Adding a cause on the host side clones the module's record when shared.
   Common::Error copy = create;
   copy.AddReason(create.Reason());
   EXPECT_NE(copy.Record(), create.Record());
 
-  auto objects = Processor::QueryInterface<VirtualWareRaw::ObjectManager>(server);
   wstring id;
   try {
-    objects->CreateObject(u"dummy", id);
+    Processor::QueryInterface<VirtualWareRaw::ObjectManager>(server)->CreateObject(u"dummy", id);
     ADD_FAILURE() << "no throw";
   } catch (const Common::Error& thrown) {
     EXPECT_EQ(thrown.Code(), 0x530040u);
@@ -140,10 +157,7 @@ TEST_F(HostTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
 }
 
 TEST_F(HostTest, LanguageChangedAtRunTimeReachesTheCatalogueTexts) {
-  Common::Error error;
-  AutoRef<VirtualWareRaw::SafeVirtualServer> server;
-  open(error, 7, server);
-  auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(server);
+  auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(Open(7));
   wstring before, during, after, version;
   properties->GetProperty(u"ResourceName", before);
   setenv("LANGUAGE", "de", 1);
@@ -157,11 +171,6 @@ TEST_F(HostTest, LanguageChangedAtRunTimeReachesTheCatalogueTexts) {
   EXPECT_EQ(after, u"VHDX files");
   EXPECT_EQ(version, u"5.3.582.27");  // literals do not follow the language
   EXPECT_EQ(refused.GetText(), u"Eigenschaft 'Name' wird nicht unterstützt.");
-}
-
-TEST_F(HostTest, NullHolderUseThrowsOnTheHostSide) {
-  AutoRef<VirtualWareRaw::SafeVirtualServer> empty;
-  EXPECT_THROW(empty->Reserved1(), std::invalid_argument);
 }
 
 }  // namespace

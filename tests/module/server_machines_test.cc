@@ -135,10 +135,7 @@ TEST(TemplateTest, ModuleWithoutResourcesCannotMakeMachines) {
   EXPECT_EQ(e.Reason().Code(), 0x5301E2u) << Text(e);
   EXPECT_EQ(e.Reason().GetText(),
             u"Default virtual machine template 'default.vmc' cannot be found in the resources.");
-  // Texts stay English without a catalogue, and the folder was made.
-  EXPECT_TRUE(HostTest::IsFolder(dir.Join("NoTemplate")));
   server.Reset();
-  vm.Reset();
 }
 
 }  // namespace

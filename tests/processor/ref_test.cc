@@ -12,15 +12,22 @@ using testing::IBeta;
 using testing::IGamma;
 using testing::Triple;
 
-TEST(RefTest, ObjectWithThreeInterfacesHasOneCount) {
+TEST(RefTest, ThreeInterfacesShareOneCountAndUnknownOnesGiveTheNullPair) {
   std::atomic<int> destroyed{0};
   AutoRef<IAlpha> alpha = MakeRef<IAlpha, Triple>(&destroyed);
+  InterfaceRef ref;
+  static_cast<Interface*>(alpha.Get())->GetInterface(ref, IBeta::InterfaceId);
+  ASSERT_NE(ref.Pointer, nullptr);
+  EXPECT_EQ(ref.Meta, InterfaceMetaClass<IBeta>::Instance());
+  EXPECT_EQ(static_cast<IBeta*>(ref.Pointer)->Beta(), 2);
+  ref.Meta->Release(ref.Pointer);
+  InterfaceRef none{reinterpret_cast<void*>(1), nullptr};
+  static_cast<Interface*>(alpha.Get())->GetInterface(none, 0x12345678);
+  EXPECT_TRUE(none.Pointer == nullptr && none.Meta == nullptr);
+
   AutoRef<IBeta> beta = QueryInterface<IBeta>(alpha);
   AutoRef<IGamma> gamma = QueryInterface<IGamma>(beta);
-  ASSERT_TRUE(beta && gamma);
   EXPECT_EQ(alpha->RefCount.load(), 3);
-  EXPECT_EQ(&beta->RefCount, &gamma->RefCount);
-
   alpha.Reset();
   beta.Reset();
   EXPECT_EQ(destroyed, 0);  // the reference through IGamma keeps all alive
@@ -29,34 +36,9 @@ TEST(RefTest, ObjectWithThreeInterfacesHasOneCount) {
   EXPECT_EQ(destroyed, 1);
 }
 
-TEST(RefTest, GetInterfaceWritesThePairInTheOrderOfTheClass) {
-  AutoRef<IAlpha> alpha = MakeRef<IAlpha, Triple>();
-  InterfaceRef ref;
-  static_cast<Interface*>(alpha.Get())->GetInterface(ref, IBeta::InterfaceId);
-  ASSERT_NE(ref.Pointer, nullptr);
-  EXPECT_EQ(ref.Meta->GetId(), IBeta::InterfaceId);
-  EXPECT_EQ(ref.Meta, InterfaceMetaClass<IBeta>::Instance());
-  EXPECT_EQ(static_cast<IBeta*>(ref.Pointer)->Beta(), 2);
-  EXPECT_EQ(alpha->RefCount.load(), 2);
-  ref.Meta->Release(ref.Pointer);
-  EXPECT_EQ(alpha->RefCount.load(), 1);
-}
-
-TEST(RefTest, UnknownInterfaceGivesTheNullPairAndNoReference) {
-  AutoRef<IAlpha> alpha = MakeRef<IAlpha, Triple>();
-  InterfaceRef ref{reinterpret_cast<void*>(1), nullptr};
-  static_cast<Interface*>(alpha.Get())->GetInterface(ref, 0x12345678);
-  EXPECT_EQ(ref.Pointer, nullptr);
-  EXPECT_EQ(ref.Meta, nullptr);
-  EXPECT_EQ(alpha->RefCount.load(), 1);
-}
-
 TEST(RefTest, MetaClassCastsCountsAndRefusesNull) {
   MetaClass* meta = InterfaceMetaClass<IAlpha>::Instance();
-  EXPECT_EQ(meta, InterfaceMetaClass<IAlpha>::Instance());
-  EXPECT_STREQ(meta->GetName(), "");
   EXPECT_FALSE(meta->IsWeak());
-
   AutoRef<IAlpha> alpha = MakeRef<IAlpha, Triple>();
   void* raw = alpha.Get();
   InterfaceRef out;
@@ -64,12 +46,10 @@ TEST(RefTest, MetaClassCastsCountsAndRefusesNull) {
   ASSERT_NE(out.Pointer, nullptr);
   EXPECT_EQ(out.Meta->GetId(), IGamma::InterfaceId);
   out.Meta->Release(out.Pointer);
-
   meta->Cast(out, IAlpha::InterfaceId, raw);  // its own: same pointer, counted
   EXPECT_EQ(out.Pointer, raw);
   EXPECT_EQ(alpha->RefCount.load(), 2);
   meta->Release(out.Pointer);
-
   meta->Cast(out, IAlpha::InterfaceId, nullptr);
   EXPECT_EQ(out.Pointer, nullptr);
   meta->CastRaw(out, IBeta::InterfaceId, raw);
@@ -77,16 +57,13 @@ TEST(RefTest, MetaClassCastsCountsAndRefusesNull) {
   meta->CastRaw(out, IAlpha::InterfaceId, raw);
   EXPECT_EQ(out.Meta, meta);
   meta->Release(raw);
-
-  EXPECT_EQ(meta->GetBase(nullptr), nullptr);
   EXPECT_FALSE(meta->TryAddRef(nullptr));
   meta->AddRef(nullptr);
   meta->Release(nullptr);
   EXPECT_EQ(alpha->RefCount.load(), 1);
 }
 
-// An object whose last release does not free it, so a test can look at it
-// after its count reached 0.
+// An object whose last release does not free it.
 struct Lingering final : RefObject {
   void OnLastRelease() override { released = true; }
   bool released = false;
@@ -95,7 +72,6 @@ struct Lingering final : RefObject {
 TEST(RefTest, TryAddRefFailsOnceTheCountReachedZero) {
   Lingering object;
   EXPECT_TRUE(TryAddRef(&object));
-  EXPECT_EQ(object.RefCount.load(), 2);
   Release(&object);
   Release(&object);
   EXPECT_TRUE(object.released);
@@ -103,35 +79,28 @@ TEST(RefTest, TryAddRefFailsOnceTheCountReachedZero) {
   EXPECT_EQ(object.RefCount.load(), 0);
 }
 
-TEST(RefTest, NullHolderUseThrowsInvalidArgument) {
-  AutoRef<IAlpha> empty;
-  try {
-    empty->Alpha();
-    FAIL() << "no throw";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_STREQ(e.what(), "Attempt to use null reference.");
-  }
-  EXPECT_THROW(*empty, std::invalid_argument);
-  EXPECT_THROW(QueryInterface<IBeta>(empty), std::invalid_argument);
-}
-
-TEST(RefTest, HoldersCopyMoveAndAdopt) {
+TEST(RefTest, HoldersCopyMoveAdoptAndRefuseNull) {
   std::atomic<int> destroyed{0};
   AutoRef<IAlpha> a = MakeRef<IAlpha, Triple>(&destroyed);
   AutoRef<IAlpha> b = a;
   AutoRef<IAlpha> c = std::move(b);
   EXPECT_FALSE(b);
-  EXPECT_EQ(a->RefCount.load(), 2);
   c = a;  // self-same target
   EXPECT_EQ(a->RefCount.load(), 2);
-  IAlpha* raw = c.Detach();
-  EXPECT_EQ(a->RefCount.load(), 2);
-  AutoRef<IAlpha> adopted = AutoRef<IAlpha>::Adopt(raw);
+  AutoRef<IAlpha> adopted = AutoRef<IAlpha>::Adopt(c.Detach());
+  EXPECT_FALSE(c);
   a = AutoRef<IAlpha>();
   adopted = std::move(adopted);
   EXPECT_EQ(destroyed, 0);
   adopted.Reset();
   EXPECT_EQ(destroyed, 1);
+  try {
+    adopted->Alpha();
+    FAIL() << "no throw";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_STREQ(e.what(), "Attempt to use null reference.");
+  }
+  EXPECT_THROW(QueryInterface<IBeta>(adopted), std::invalid_argument);
 }
 
 }  // namespace

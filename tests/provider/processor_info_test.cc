@@ -22,60 +22,45 @@ std::uint32_t Word(const char* four) {
   return w;
 }
 
-void SetVendor(const char* twelve) {
-  g_leaves[0] = {1, Word(twelve), Word(twelve + 8), Word(twelve + 4)};
-}
-
-TEST(ProcessorInfoTest, VendorFamilyModelAndBrandComeFromTheirLeaves) {
-  g_leaves.clear();
-  SetVendor("GenuineIntel");
-  // Family 6, model 0xE, extended model 9: model 0x9E.
-  g_leaves[1] = {(9u << 16) | (6u << 8) | (0xEu << 4), 0, 0, 0};
-  g_leaves[0x80000000] = {0x80000004, 0, 0, 0};
-  g_leaves[0x80000001] = {0, 0, 0, 1u << 29};
-  const char brand[48] = "Example CPU @ 3.00GHz";
-  for (std::uint32_t i = 0; i < 3; ++i) {
-    const char* part = brand + 16 * i;
-    g_leaves[0x80000002 + i] = {Word(part), Word(part + 4), Word(part + 8), Word(part + 12)};
+TEST(ProcessorInfoTest, VendorFamilyModelBrandAndArchitectureComeFromTheirLeaves) {
+  struct Case {
+    const char* vendor;
+    std::uint32_t leaf1, lastExtended, family, model;
+    bool is64;
+    const char* brand;
+    const char* architecture;
+  };
+  const Case cases[] = {
+      // Family 6, model 0xE, extended model 9: model 0x9E.
+      {"GenuineIntel", (9u << 16) | (6u << 8) | (0xEu << 4), 0x80000004, 6, 0x9E, true,
+       "Example CPU @ 3.00GHz", "Intel64"},
+      // Family 15 adds the extended family; leaves past 0x80000001 are not there.
+      {"AuthenticAMD", (1u << 20) | (2u << 16) | (15u << 8) | (3u << 4), 0x80000001, 16, 0x23,
+       true, "", "AMD64"},
+      {"HygonGenuine", 5u << 8, 0x80000001, 5, 0, true, "", ""},  // family 5: no extended model
+      {"GenuineIntex", 6u << 8, 0x80000001, 6, 0, true, "", ""},
+      {"GenuineIntel", 6u << 8, 0x80000000, 6, 0, false, "", "x86"},  // no extended leaf
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.vendor);
+    g_leaves.clear();
+    g_leaves[0] = {1, Word(c.vendor), Word(c.vendor + 8), Word(c.vendor + 4)};
+    g_leaves[1] = {c.leaf1, 0, 0, 0};
+    g_leaves[0x80000000] = {c.lastExtended, 0, 0, 0};
+    g_leaves[0x80000001] = {0, 0, 0, 1u << 29};
+    char brand[48] = {};
+    std::strcpy(brand, "Example CPU @ 3.00GHz");
+    for (std::uint32_t i = 0; i < 3; ++i)
+      g_leaves[0x80000002 + i] = {Word(brand + 16 * i), Word(brand + 16 * i + 4),
+                                  Word(brand + 16 * i + 8), Word(brand + 16 * i + 12)};
+    const ProcessorInfo info = ReadProcessorInfo(&FromTable);
+    EXPECT_EQ(info.Vendor, c.vendor);
+    EXPECT_EQ(info.Family, c.family);
+    EXPECT_EQ(info.Model, c.model);
+    EXPECT_EQ(info.Is64Bit, c.is64);
+    EXPECT_EQ(info.Brand, c.brand);
+    EXPECT_EQ(CpuArchitecture(info), c.architecture);
   }
-  const ProcessorInfo info = ReadProcessorInfo(&FromTable);
-  EXPECT_EQ(info.Vendor, "GenuineIntel");
-  EXPECT_EQ(info.Family, 6u);
-  EXPECT_EQ(info.Model, 0x9Eu);
-  EXPECT_TRUE(info.Is64Bit);
-  EXPECT_EQ(info.Brand, "Example CPU @ 3.00GHz");
-  EXPECT_EQ(CpuArchitecture(info), "Intel64");
-}
-
-TEST(ProcessorInfoTest, FamilyFifteenAddsTheExtendedFamily) {
-  g_leaves.clear();
-  SetVendor("AuthenticAMD");
-  g_leaves[1] = {(1u << 20) | (2u << 16) | (15u << 8) | (3u << 4), 0, 0, 0};
-  g_leaves[0x80000000] = {0x80000001, 0, 0, 0};
-  g_leaves[0x80000001] = {0, 0, 0, 1u << 29};
-  const ProcessorInfo info = ReadProcessorInfo(&FromTable);
-  EXPECT_EQ(info.Family, 16u);
-  EXPECT_EQ(info.Model, 0x23u);
-  EXPECT_TRUE(info.Brand.empty());  // leaves past 0x80000001 are not there
-  EXPECT_EQ(CpuArchitecture(info), "AMD64");
-}
-
-TEST(ProcessorInfoTest, ArchitectureDependsOnTheWholeVendorAndTheSixtyFourBitFlag) {
-  g_leaves.clear();
-  SetVendor("HygonGenuine");
-  g_leaves[1] = {5u << 8, 0, 0, 0};  // family 5: no extended model
-  g_leaves[0x80000000] = {0x80000001, 0, 0, 0};
-  g_leaves[0x80000001] = {0, 0, 0, 1u << 29};
-  ProcessorInfo info = ReadProcessorInfo(&FromTable);
-  EXPECT_EQ(info.Family, 5u);
-  EXPECT_EQ(CpuArchitecture(info), "");
-  info.Vendor = "GenuineIntex";
-  EXPECT_EQ(CpuArchitecture(info), "");
-
-  g_leaves[0x80000000] = {0x80000000, 0, 0, 0};  // no extended leaf: not 64-bit
-  info = ReadProcessorInfo(&FromTable);
-  EXPECT_FALSE(info.Is64Bit);
-  EXPECT_EQ(CpuArchitecture(info), "x86");
 }
 
 TEST(ProcessorInfoTest, ThisMachineIsReadOnce) {

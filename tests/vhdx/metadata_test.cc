@@ -105,14 +105,10 @@ struct OpenTree {
   OpenTree(SelectiveMetadataConsumer& caller, bool ignore)
       : root(ignore ? std::unique_ptr<UnhandledMetadataPolicy>(new IgnoreUnhandledMetadata)
                     : std::make_unique<ThrowOnRequiredUnhandledMetadata>()) {
-    for (std::shared_ptr<SelectiveMetadataConsumer> c :
-         {Cast(logical), Cast(physical), Cast(parameters), Cast(size), Cast(locator)})
+    for (std::shared_ptr<SelectiveMetadataConsumer> c : std::initializer_list<std::shared_ptr<SelectiveMetadataConsumer>>{
+             logical, physical, parameters, size, locator})
       root.Add(std::make_shared<OnceMetadataConsumer>(c));
     root.Add(std::make_shared<MetadataConsumerDelegate>(caller));
-  }
-  template <class T>
-  static std::shared_ptr<SelectiveMetadataConsumer> Cast(const T& p) {
-    return p;
   }
 };
 
@@ -412,8 +408,7 @@ class MetadataQemuTest : public ::testing::Test {
   OnlyCheckingMetadataConsumer checking;
 };
 
-TEST_F(MetadataQemuTest, ValuesAgreeWithQemuAndVhdiinfo) {
-  const bool vhdi = Shell("command -v vhdiinfo").first == 0;
+TEST_F(MetadataQemuTest, ValuesAgreeWithQemu) {
   // qemu-img takes no logical_sector_size option: all its files have 512.
   const char* shapes[][3] = {{"dynamic", "", "64M"},
                              {"block1m", "-o block_size=1M", "64M"},
@@ -431,39 +426,8 @@ TEST_F(MetadataQemuTest, ValuesAgreeWithQemuAndVhdiinfo) {
     EXPECT_EQ(tree.size->GetValue()->Bytes, JsonNumber(info, "virtual-size"));
     EXPECT_EQ(tree.parameters->GetValue()->BlockSize, JsonNumber(info, "cluster-size"));
     EXPECT_FALSE(tree.parameters->GetValue()->HasParent());
-    EXPECT_GE(tree.physical->GetValue()->Bytes, tree.logical->GetValue()->Bytes);
-    if (vhdi && tree.size->GetValue()->Bytes != 0) {  // vhdiinfo refuses empty disks
-      const std::string report = Shell("vhdiinfo " + path).second;
-      EXPECT_NE(report.find("Bytes per sector\t: " +
-                            std::to_string(tree.logical->GetValue()->Bytes) + " bytes"),
-                std::string::npos)
-          << report;
-      const char* type = tree.parameters->GetValue()->LeaveBlocksAllocated() ? "Fixed" : "Dynamic";
-      EXPECT_NE(report.find(std::string("Disk type\t\t: ") + type), std::string::npos) << report;
-    }
-  }
-}
-
-TEST_F(MetadataQemuTest, FlippedBitsGiveTheirMessages) {
-  const std::string original = Create("base", "", "64M");
-  const std::string bytes = HostTest::ReadBytes(original);
-  auto entryOf = [&](const Common::Guid& id) {  // the table entry, found by its GUID
-    std::string key(16, '\0');
-    StoreGuid(reinterpret_cast<std::uint8_t*>(key.data()), id);
-    return bytes.find(key, Format::kMiB);
-  };
-  const std::uint64_t table = bytes.find("metadata", Format::kMiB);
-  const std::pair<std::uint64_t, std::uint32_t> cases[] = {
-      {table + 4, 0x3C0012},
-      {entryOf(Format::kFileParametersItem) + 20, 0x3C0016},
-      {entryOf(Format::kPage83DataItem) + 3, 0x3C0027}};
-  for (const auto& [where, code] : cases) {
-    SCOPED_TRACE(where - table);
-    std::string damaged = bytes;
-    damaged[where] ^= 0x01;
-    HostTest::WriteBytes(dir.Join("damaged.vhdx"), damaged);
-    OpenTree tree(checking, false);
-    EXPECT_EQ(CodeOf([&] { ReadMetadata(dir.Join("damaged.vhdx"), tree); }), code);
+    EXPECT_EQ(tree.logical->GetValue()->Bytes, 512u);
+    EXPECT_EQ(tree.parameters->GetValue()->LeaveBlocksAllocated(), std::string(shape[0]) == "fixed");
   }
 }
 
