@@ -45,6 +45,10 @@ inline constexpr ErrorMessage kSpaceNotFound{0x3C0033, Msg::EngineSpaceNotFound}
 inline constexpr ErrorMessage kSpaceBounds{0x3C0034, Msg::EngineSpaceBounds};
 inline constexpr ErrorMessage kSpaceOccupied{0x3C0035, Msg::EngineSpaceOccupied};
 
+// The in-memory overlay of a read-only open: faults of its own bookkeeping.
+inline constexpr ErrorMessage kReadBeyondRange{0x3C003E, Msg::EngineReadBeyondRange};
+inline constexpr ErrorMessage kMergeDisjointRanges{0x3C003D, Msg::EngineMergeDisjointRanges};
+
 // File errors of the raw operations, with the engine's own wording.
 inline constexpr ErrorMessage kEndOfFile{FileError::EndOfFile, Msg::EndOfFileReached};
 inline constexpr ErrorMessage kDiskFull{FileError::DiskFull, Msg::DiskFullShort};
