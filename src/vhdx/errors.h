@@ -49,9 +49,44 @@ inline constexpr ErrorMessage kSpaceOccupied{0x3C0035, Msg::EngineSpaceOccupied}
 inline constexpr ErrorMessage kReadBeyondRange{0x3C003E, Msg::EngineReadBeyondRange};
 inline constexpr ErrorMessage kMergeDisjointRanges{0x3C003D, Msg::EngineMergeDisjointRanges};
 
+// The log: a replay that cannot go on, and a header that names a log that
+// cannot be there.
+inline constexpr ErrorMessage kLogSequenceEmpty{0x3C002B, Msg::EngineLogSequenceEmpty};
+inline constexpr ErrorMessage kFileTruncated{0x3C002A, Msg::EngineFileTruncated};
+inline constexpr ErrorMessage kInvalidLogEntry{0x3C0029, Msg::EngineInvalidLogEntry};
+inline constexpr ErrorMessage kLogLengthZero{0x3C002B, Msg::EngineLogLengthZero};
+inline constexpr ErrorMessage kLogBounds{0x3C002B, Msg::EngineLogBounds};
+
 // File errors of the raw operations, with the engine's own wording.
 inline constexpr ErrorMessage kEndOfFile{FileError::EndOfFile, Msg::EndOfFileReached};
 inline constexpr ErrorMessage kDiskFull{FileError::DiskFull, Msg::DiskFullShort};
 inline constexpr ErrorMessage kReadOnly{FileError::ReadOnly, Msg::FileReadOnly};
+
+// Opening a disk file, writing blocks.
+inline constexpr ErrorMessage kNoLogicalSectorSize{0x3C001C, Msg::EngineNoLogicalSectorSize};
+inline constexpr ErrorMessage kNoDiskSize{0x3C001D, Msg::EngineNoDiskSize};
+inline constexpr ErrorMessage kNoFileParameters{0x3C001E, Msg::EngineNoFileParameters};
+inline constexpr ErrorMessage kUnknownFileType{0x3C0020, Msg::EngineUnknownFileType};
+inline constexpr ErrorMessage kBufferBounds{0x3C001F, Msg::EngineBufferBounds};
+inline constexpr ErrorMessage kOverlappingBlock{0x3C0040, Msg::EngineOverlappingBlock};
+
+// Chains of differencing files.
+inline constexpr ErrorMessage kOpenDirFailed{0x3C002D, Msg::EngineOpenDirFailed};
+inline constexpr ErrorMessage kOpenFileFailed{0x3C002C, Msg::EngineOpenFileFailed};
+inline constexpr ErrorMessage kNoParentLinkage{0x3C0024, Msg::EngineNoParentLinkage};
+inline constexpr ErrorMessage kNoParentEntries{0x3C0022, Msg::EngineNoParentEntries};
+inline constexpr ErrorMessage kParentNotFound{0x3C0030, Msg::EngineParentNotFound};
+inline constexpr ErrorMessage kLinkageMismatch{0x3C0025, Msg::EngineLinkageMismatch};
+inline constexpr ErrorMessage kParentSectorSize{0x3C0025, Msg::EngineParentSectorSize};
+inline constexpr ErrorMessage kNotAllSectorsRead{0x3C0023, Msg::EngineNotAllSectorsRead};
+// Reasons behind kParentNotFound when a chain loops or never ends.
+inline constexpr ErrorMessage kParentCycle{0x3C0030, Msg::EngineParentCycle};
+inline constexpr ErrorMessage kChainTooDeep{0x3C0030, Msg::EngineChainTooDeep};
+
+// Creating and deleting containers.
+inline constexpr ErrorMessage kCodeNotImplemented{0x100401, Msg::CodeNotImplemented};
+inline constexpr ErrorMessage kCreateFailed{0x3C0005, Msg::EngineCreateFailed};
+inline constexpr ErrorMessage kDeleteFileFailed{0x3C002E, Msg::EngineDeleteFileFailed};
+inline constexpr ErrorMessage kDeleteFailed{0x3C0009, Msg::EngineDeleteFailed};
 
 }  // namespace Vhdx

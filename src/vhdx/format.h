@@ -144,4 +144,55 @@ inline constexpr std::size_t kValueLength = 10;
 inline constexpr std::size_t kSize = 12;
 }  // namespace ParentLocatorEntry
 
+// --- The log: entries of whole 4096-byte sectors in a ring inside the log
+// region. Only read here; the engine never writes an entry.
+namespace Log {
+inline constexpr std::size_t kSectorSize = 4096;
+inline constexpr std::uint32_t kEntrySignature = 0x65676F6C;       // "loge"
+inline constexpr std::uint32_t kDataDescriptorSignature = 0x63736564;  // "desc"
+inline constexpr std::uint32_t kZeroDescriptorSignature = 0x6F72657A;  // "zero"
+inline constexpr std::uint32_t kDataSectorSignature = 0x61746164;  // "data"
+
+// The entry header, at the start of the entry's first sector.
+namespace Entry {
+inline constexpr std::size_t kSignature = 0;
+inline constexpr std::size_t kChecksum = 4;
+inline constexpr std::size_t kEntryLength = 8;
+inline constexpr std::size_t kTail = 12;
+inline constexpr std::size_t kSequenceNumber = 16;
+inline constexpr std::size_t kDescriptorCount = 24;
+inline constexpr std::size_t kLogGuid = 32;
+inline constexpr std::size_t kFlushedFileOffset = 48;
+inline constexpr std::size_t kLastFileOffset = 56;
+inline constexpr std::size_t kFirstDescriptor = 64;
+}  // namespace Entry
+
+// A data ("desc") or zero ("zero") descriptor; the two share their layout
+// but for bytes 4 to 15.
+namespace Descriptor {
+inline constexpr std::size_t kSignature = 0;
+inline constexpr std::size_t kTrailingBytes = 4;
+inline constexpr std::size_t kLeadingBytes = 8;
+inline constexpr std::size_t kZeroLength = 8;
+inline constexpr std::size_t kFileOffset = 16;
+inline constexpr std::size_t kSequenceNumber = 24;
+inline constexpr std::size_t kSize = 32;
+}  // namespace Descriptor
+
+inline constexpr std::uint32_t kDescriptorsInFirstSector = 126;
+inline constexpr std::uint32_t kDescriptorsPerSector = 128;
+static_assert(Entry::kFirstDescriptor + kDescriptorsInFirstSector * Descriptor::kSize == kSectorSize);
+static_assert(kDescriptorsPerSector * Descriptor::kSize == kSectorSize);
+
+// A data sector: its signature and sequence number stand where the first 8
+// and the last 4 bytes of the payload go; the descriptor keeps those bytes.
+namespace DataSector {
+inline constexpr std::size_t kSignature = 0;
+inline constexpr std::size_t kSequenceHigh = 4;
+inline constexpr std::size_t kSequenceLow = 4092;
+inline constexpr std::size_t kLeadingSize = 8;
+inline constexpr std::size_t kTrailingSize = 4;
+}  // namespace DataSector
+}  // namespace Log
+
 }  // namespace Vhdx::Format

@@ -1,0 +1,20 @@
+// Vhdx::DataOperation: one change a log entry makes to the file, kept in
+// memory from the scan until the replay. Module-internal; made by the log
+// entry reader, applied by ValidLogEntry.
+#pragma once
+
+#include "vhdx/file.h"
+
+namespace Vhdx {
+
+class DataOperation {
+ public:
+  DataOperation() = default;
+  DataOperation(const DataOperation&) = delete;
+  DataOperation& operator=(const DataOperation&) = delete;
+  virtual ~DataOperation() = default;
+
+  virtual void Apply(File& file) = 0;
+};
+
+}  // namespace Vhdx

@@ -1,0 +1,59 @@
+#include "vhdx/log_scanner.h"
+
+#include <algorithm>
+
+#include "common/site.h"
+#include "vhdx/errors.h"
+#include "vhdx/format.h"
+#include "vhdx/log_entry_reader.h"
+#include "vhdx/log_trace.h"
+
+namespace Vhdx {
+namespace {
+
+// A sequence may be played only if it still holds the entry its newest
+// entry names as the oldest one needed.
+bool IsUsable(const LogSequence& candidate) {
+  if (candidate.empty()) return false;
+  const std::uint32_t tail = candidate.back()->GetTail();
+  return std::any_of(candidate.begin(), candidate.end(),
+                     [tail](const auto& entry) { return entry->GetOffset() == tail; });
+}
+
+}  // namespace
+
+LogSequence LogScanner::ReadCandidate(std::uint32_t& offset, const Common::Guid& logGuid) {
+  LogSequence candidate;
+  // Ends: a position read again gives the same sequence number once more,
+  // which never follows the last one.
+  for (;;) {
+    auto entry = LogEntryReader::Read(file_, logOffset_, offset);
+    if (!entry->IsValid() || !(entry->GetLogGuid() == logGuid)) break;
+    if (!candidate.empty() && candidate.back()->GetSequenceNumber() + 1 != entry->GetSequenceNumber()) break;
+    offset = static_cast<std::uint32_t>((std::uint64_t{offset} + entry->GetLength()) % logLength_);
+    candidate.push_back(std::move(entry));
+  }
+  return candidate;
+}
+
+LogSequence LogScanner::Scan(const Common::Guid& logGuid) {
+  if (logLength_ == 0)
+    throw Common::MessageError(VR_SITE, kLogLengthZero);
+  LogSequence best;
+  std::uint32_t offset = 0;
+  // Every round moves forward or ends, so the scan ends once it wraps.
+  for (;;) {
+    const std::uint32_t start = offset;
+    LogSequence candidate = ReadCandidate(offset, logGuid);
+    if (IsUsable(candidate)) {
+      if (best.empty() || candidate.back()->GetSequenceNumber() > best.back()->GetSequenceNumber())
+        best = std::move(candidate);
+    } else {
+      offset = static_cast<std::uint32_t>((std::uint64_t{start} + Format::Log::kSectorSize) % logLength_);
+    }
+    if (offset <= start) break;
+  }
+  return best;
+}
+
+}  // namespace Vhdx

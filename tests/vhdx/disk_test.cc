@@ -1,0 +1,293 @@
+// The whole disk: creation by the recipe, block writes and the order of
+// their file changes, reads through a chain of parents, parent lookup and
+// its failures, deletion of chains. Real files in a scratch folder.
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "host/temp_dir.h"
+#include "vellumrig/host.h"
+#include "vhdx/bat_entry.h"
+#include "vhdx/create.h"
+#include "vhdx/differencing_child.h"
+#include "vhdx/disk.h"
+#include "vhdx/disk_deleter.h"
+#include "vhdx/disk_file_hierarchy.h"
+#include "vhdx/disk_file_impl.h"
+#include "vhdx/header_image.h"
+#include "vhdx/header_reader.h"
+#include "vhdx/read_only_file.h"
+#include "vhdx/region_table_reader.h"
+#include "vhdx/test_files.h"
+#include "vhdx/writeable_file.h"
+
+namespace {
+
+using VhdxTest::CodeOf;
+using VhdxTest::Raised;
+namespace Format = Vhdx::Format;
+
+constexpr std::uint32_t kSector = 512;
+constexpr std::uint64_t kBlock = 0x400000;
+constexpr std::uint64_t kBlockSectors = kBlock / kSector;
+
+std::string Pattern(std::uint64_t sectors, std::uint8_t seed) {
+  std::string data(sectors * kSector, '\0');
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(seed + i / kSector + i % 241);
+  return data;
+}
+
+class DiskTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<rio_dir> Folder() { return Host::OpenFolder(dir.Wide()); }
+  void CreateDisk(const std::string& name, std::uint64_t size, std::uint32_t sector = kSector) {
+    Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, sector});
+  }
+  std::unique_ptr<Vhdx::Disk> Open(const std::string& name, bool writable = false) {
+    return std::make_unique<Vhdx::DiskImpl>(*Folder(), Common::FromUtf8(name), consumer, writable);
+  }
+  void Write(const std::string& name, std::uint64_t sector, const std::string& data) {
+    Open(name, true)->Write(sector, data.size() / kSector, data.data());
+  }
+  std::string Read(const std::string& name, std::uint64_t sector, std::uint64_t count) {
+    std::string data(count * kSector, '\x77');
+    Open(name)->Read(sector, count, data.data());
+    return data;
+  }
+  Common::Guid DataWriteGuid(const std::string& name) { return Open(name)->GetTop().GetWriteGuids().DataWriteGuid; }
+  // A child of `parent` (already written to: a write renews the GUID that
+  // the linkage names) with the given path entries.
+  void CreateChild(const std::string& name, const std::string& parent, std::uint64_t size,
+                   Vhdx::ParentLocatorEntryList paths = {}) {
+    if (paths.empty()) paths = {{u"relative_path", Common::FromUtf8(parent)}};
+    paths.insert(paths.begin(), {u"parent_linkage", VhdxTest::LinkageText(DataWriteGuid(parent))});
+    VhdxTest::CreateDifferencingChild(*Folder(), Common::FromUtf8(name), size, kSector, paths);
+  }
+  std::string Bytes(const std::string& name) { return HostTest::ReadBytes(dir.Join(name)); }
+
+  HostTest::TempDir dir;
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
+};
+
+// The recipe's layout, read back by the engine's own readers.
+TEST_F(DiskTest, CreateLaysDownTheRecipe) {
+  struct Case {
+    std::uint64_t size;
+    std::uint32_t sector;
+    std::uint64_t fileSize, batLength;
+  };
+  for (const Case& c : {Case{0, 512, 0x300000, 0}, Case{4 << 20, 512, 0x400000, 0x100000},
+                        Case{(10ull << 30) + 512, 512, 0x400000, 0x100000},
+                        Case{64 << 20, 4096, 0x400000, 0x100000}}) {
+    SCOPED_TRACE(c.size);
+    CreateDisk("new.vhdx", c.size, c.sector);
+    EXPECT_EQ(std::filesystem::file_size(dir.Join("new.vhdx")), c.fileSize);
+    auto host = Folder()->OpenFile(u"new.vhdx", kOpenRead);
+    Vhdx::ReadOnlyFile file(dynamic_cast<ri_file&>(*host));
+    const Vhdx::HeaderImages headers = Vhdx::ReadHeaderImages(file);
+    EXPECT_EQ(headers[0], headers[1]);
+    EXPECT_EQ(Vhdx::SequenceNumberOf(headers[0]), 0u);
+    const Vhdx::HeaderInfo header = Vhdx::HeaderReader::Read(file);
+    EXPECT_TRUE(header.LogGuid.IsZero());
+    EXPECT_EQ(header.LogOffset, 0x100000u);
+    const Vhdx::RegionList regions = Vhdx::RegionTableReader::Read(file);
+    ASSERT_EQ(regions.size(), 2u);
+    EXPECT_EQ(regions[0], (Vhdx::RegionTableEntry{Format::kMetadataRegionGuid, 0x200000, 0x100000, 1}));
+    EXPECT_EQ(regions[1], (Vhdx::RegionTableEntry{Format::kBatRegionGuid, 0x300000,
+                                                  static_cast<std::uint32_t>(c.batLength), 1}));
+    auto disk = Open("new.vhdx");
+    EXPECT_EQ(disk->GetDiskParameters().VirtualSize, c.size);
+    EXPECT_EQ(disk->GetDiskParameters().LogicalSectorSize, c.sector);
+    EXPECT_EQ(disk->GetTop().GetFileType(), Vhdx::kDynamicFile);
+    EXPECT_EQ(disk->GetTop().GetLayout().BlockSize, kBlock);
+  }
+  EXPECT_EQ(CodeOf([&] { Vhdx::Create(*Folder(), u"typed.vhdx", 0, {kBlock, kSector}); }), 0x100401u);
+  EXPECT_FALSE(HostTest::Exists(dir.Join("typed.vhdx")));
+  const Common::Error refused = Raised([&] { CreateDisk("missing/new.vhdx", kBlock); });
+  EXPECT_EQ(refused.Code(), 0x3C0005u);
+  EXPECT_TRUE(refused.Reason());
+}
+
+// What each kind of write changes in the file: new blocks at the aligned
+// end, zeros around the written sectors, no BAT write for a block in place.
+TEST_F(DiskTest, WritesAllocateAtTheEndAndRewriteInPlace) {
+  CreateDisk("a.vhdx", 64 << 20);
+  const std::uint64_t created = std::filesystem::file_size(dir.Join("a.vhdx"));
+  Write("a.vhdx", 100, Pattern(1, 1));
+  EXPECT_EQ(std::filesystem::file_size(dir.Join("a.vhdx")), created + kBlock);
+  EXPECT_EQ(Read("a.vhdx", 0, 101), std::string(100 * kSector, '\0') + Pattern(1, 1));
+  EXPECT_EQ(Open("a.vhdx")->GetTop().CountBlocks().FullyPresent, 1u);
+
+  // In place: same size, and the BAT bytes stay as they were.
+  const std::string bat = Bytes("a.vhdx").substr(0x300000, 4096);
+  Write("a.vhdx", 5, Pattern(2, 9));
+  EXPECT_EQ(std::filesystem::file_size(dir.Join("a.vhdx")), created + kBlock);
+  EXPECT_EQ(Bytes("a.vhdx").substr(0x300000, 4096), bat);
+
+  // Across two unallocated blocks: each at its own end, in order.
+  Write("a.vhdx", 3 * kBlockSectors - 1, Pattern(2, 3));
+  EXPECT_EQ(std::filesystem::file_size(dir.Join("a.vhdx")), created + 3 * kBlock);
+  EXPECT_EQ(Read("a.vhdx", 3 * kBlockSectors - 2, 4), std::string(kSector, '\0') + Pattern(2, 3) +
+                                                         std::string(kSector, '\0'));
+  EXPECT_EQ(Read("a.vhdx", 0, 7).substr(5 * kSector), Pattern(2, 9));
+  // Count 0 checks the sector and writes nothing; past the end is refused.
+  auto disk = Open("a.vhdx", true);
+  EXPECT_EQ(CodeOf([&] { disk->Write(64 << 11, 0, nullptr); }), 0x3C0008u);
+  EXPECT_EQ(CodeOf([&] { disk->Write((64 << 11) - 1, 2, Pattern(2, 0).data()); }), 0x3C0008u);
+  EXPECT_EQ(CodeOf([&] { disk->Write(0, 0, nullptr); }), 0u);
+}
+
+// A read-only open refuses writes at the file layer; GUIDs reported stay
+// those of the open although the first write renews them on disk.
+TEST_F(DiskTest, OpenModesAndWriteGuids) {
+  CreateDisk("a.vhdx", 16 << 20);
+  const std::string before = Bytes("a.vhdx");
+  auto reader = Open("a.vhdx");
+  EXPECT_EQ(CodeOf([&] { reader->Write(0, 1, Pattern(1, 0).data()); }), FileError::ReadOnly);
+  reader.reset();
+  EXPECT_EQ(Bytes("a.vhdx"), before);
+
+  auto writer = Open("a.vhdx", true);
+  const Vhdx::WriteGuids atOpen = writer->GetTop().GetWriteGuids();
+  writer->Write(0, 1, Pattern(1, 0).data());
+  EXPECT_EQ(writer->GetTop().GetWriteGuids().DataWriteGuid, atOpen.DataWriteGuid);
+  writer.reset();
+  const Vhdx::WriteGuids reopened = Open("a.vhdx")->GetTop().GetWriteGuids();
+  EXPECT_FALSE(reopened.DataWriteGuid == atOpen.DataWriteGuid);
+  EXPECT_FALSE(reopened.FileWriteGuid == atOpen.FileWriteGuid);
+}
+
+// A three-deep chain: each level shows through where those above hold
+// nothing; a child longer than its parent reads zeros past the parent.
+TEST_F(DiskTest, ChainsReadThroughParentsWithZerosPastAShorterParent) {
+  CreateDisk("base.vhdx", 8 << 20);
+  Write("base.vhdx", 0, Pattern(2 * kBlockSectors, 1));
+  CreateChild("middle.vhdx", "base.vhdx", 12 << 20);
+  Write("middle.vhdx", 10, Pattern(20, 2));                     // partial block 0
+  Write("middle.vhdx", 2 * kBlockSectors + 3, Pattern(5, 4));    // past the base
+  CreateChild("top.vhdx", "middle.vhdx", 16 << 20);
+  Write("top.vhdx", 15, Pattern(10, 3));
+  Write("top.vhdx", kBlockSectors, Pattern(kBlockSectors, 5));  // block 1 whole: fully present
+
+  std::string expected = Pattern(2 * kBlockSectors, 1) + std::string(2 * kBlock, '\0');
+  expected.replace(10 * kSector, 20 * kSector, Pattern(20, 2));
+  expected.replace((2 * kBlockSectors + 3) * kSector, 5 * kSector, Pattern(5, 4));
+  expected.replace(15 * kSector, 10 * kSector, Pattern(10, 3));
+  expected.replace(kBlock, kBlock, Pattern(kBlockSectors, 5));
+  EXPECT_TRUE(Read("top.vhdx", 0, 4 * kBlockSectors) == expected);
+
+  auto top = Open("top.vhdx");
+  EXPECT_EQ(top->GetTop().GetFileType(), Vhdx::kDifferencingFile);
+  ASSERT_NE(top->GetTop().GetParent(), nullptr);
+  EXPECT_EQ(top->GetTop().GetParent()->GetFullName(), dir.Wide("middle.vhdx"));
+  const Vhdx::BlockCensus census = top->GetTop().CountBlocks();
+  EXPECT_EQ(census.PartiallyPresent, 1u);
+  EXPECT_EQ(census.FullyPresent, 1u);
+  EXPECT_EQ(census.SectorBitmaps, 1u);
+  // The base's blocks the middle wrote partly stay partly present after a
+  // second write that does not complete them, and rise when it does.
+  Write("middle.vhdx", 0, Pattern(kBlockSectors, 6));
+  EXPECT_EQ(Open("middle.vhdx")->GetTop().CountBlocks().FullyPresent, 1u);
+}
+
+TEST_F(DiskTest, ParentLookupTriesEachPathAndChainsTheFailures) {
+  CreateDisk("base.vhdx", 8 << 20);
+  Write("base.vhdx", 0, Pattern(4, 1));
+  std::filesystem::create_directory(dir.Join("sub"));
+  // Relative paths resolve against the child's folder.
+  CreateChild("sub/child.vhdx", "base.vhdx", 8 << 20,
+              {{u"absolute_win32_path", u"../base.vhdx"}, {u"relative_path", u"nowhere/base.vhdx"},
+               {u"volume_path", u"missing.vhdx"}});
+  EXPECT_EQ(Read("sub/child.vhdx", 0, 4), Pattern(4, 1));
+
+  CreateChild("lost.vhdx", "base.vhdx", 8 << 20,
+              {{u"relative_path", u"a.vhdx"}, {u"volume_path", u"b/b.vhdx"}, {u"absolute_win32_path", u"c.vhdx"}});
+  std::filesystem::remove(dir.Join("base.vhdx"));
+  const Common::Error lost = Raised([&] { Open("lost.vhdx"); });
+  EXPECT_EQ(lost.Code(), 0x3C0030u);
+  std::vector<std::uint32_t> chain;
+  for (Common::Error e = lost.Reason(); e; e = e.Reason())
+    if ((e.Code() >> 16) == 0x3C) chain.push_back(e.Code());
+  EXPECT_EQ(chain, (std::vector<std::uint32_t>{0x3C002C, 0x3C002C, 0x3C002C}));
+  const std::u16string text = Common::FullText(lost);
+  EXPECT_LT(text.find(u"a.vhdx"), text.find(u"b.vhdx"));
+  EXPECT_LT(text.find(u"b.vhdx"), text.find(u"c.vhdx"));
+}
+
+TEST_F(DiskTest, BrokenLinkageAndLoopingChainsAreRefused) {
+  CreateDisk("base.vhdx", 8 << 20);
+  Write("base.vhdx", 0, Pattern(1, 1));
+  const std::u16string linkage = VhdxTest::LinkageText(DataWriteGuid("base.vhdx"));
+  struct Case {
+    const char* name;
+    Vhdx::ParentLocatorEntryList entries;
+    std::uint32_t code, reason;
+  };
+  const Case cases[] = {
+      {"mismatch", {{u"parent_linkage", u"{00000000-0000-0000-0000-000000000001}"}, {u"relative_path", u"base.vhdx"}},
+       0x3C0025, 0},
+      {"unbraced", {{u"parent_linkage", linkage.substr(1, 36)}, {u"relative_path", u"base.vhdx"}}, 0, 0},
+      {"no linkage", {{u"relative_path", u"base.vhdx"}}, 0x3C0024, 0},
+      {"no path", {{u"parent_linkage", linkage}, {u"other", u"base.vhdx"}}, 0x3C0022, 0},
+      {"itself", {{u"parent_linkage", linkage}, {u"relative_path", u"itself.vhdx"}}, 0x3C0030, 0x3C0030},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string name = std::string(c.name) + ".vhdx";
+    VhdxTest::CreateDifferencingChild(*Folder(), Common::FromUtf8(name), 8 << 20, kSector, c.entries);
+    const Common::Error error = Raised([&] { Open(name); });
+    EXPECT_EQ(error.Code(), c.code) << Common::ToUtf8(Common::FullText(error));
+    if (c.reason) {
+      EXPECT_EQ(error.Reason().Code(), c.reason);
+    }
+  }
+  // Two files that name each other, their linkage made to match, and a
+  // chain one file deeper than the engine follows.
+  std::vector<std::string> names{"ping.vhdx", "pong.vhdx"};
+  for (int i = 0; i <= static_cast<int>(Vhdx::kMaxChainDepth); ++i) names.push_back("c" + std::to_string(i) + ".vhdx");
+  std::vector<std::u16string> linkages;
+  for (const std::string& name : names) {
+    CreateDisk(name, 8 << 20);
+    linkages.push_back(VhdxTest::LinkageText(DataWriteGuid(name)));
+  }
+  auto link = [&](std::size_t from, std::size_t to) {
+    VhdxTest::SetParentLocator(*Folder(), Common::FromUtf8(names[from]),
+                               {{u"parent_linkage", linkages[to]}, {u"relative_path", Common::FromUtf8(names[to])}});
+  };
+  link(0, 1);
+  link(1, 0);
+  for (std::size_t i = 2; i + 1 < names.size(); ++i) link(i, i + 1);
+  for (const char* top : {"ping.vhdx", "c0.vhdx"}) {
+    SCOPED_TRACE(top);
+    const Common::Error error = Raised([&] { Open(top); });
+    EXPECT_EQ(error.Code(), 0x3C0030u);
+    EXPECT_EQ(error.Reason().Code(), 0x3C0030u);
+    EXPECT_FALSE(error.Reason().Reason());
+  }
+  EXPECT_NE(Common::FullText(Raised([&] { Open("ping.vhdx"); })).find(u"already a member"), std::u16string::npos);
+  EXPECT_NE(Common::FullText(Raised([&] { Open("c0.vhdx"); })).find(u"deeper than 64"), std::u16string::npos);
+  EXPECT_NO_THROW(Open("c1.vhdx"));  // one file shorter: followed to its end
+}
+
+TEST_F(DiskTest, DeleteRemovesTheWholeChainOrNothing) {
+  CreateDisk("base.vhdx", 8 << 20);
+  Write("base.vhdx", 0, Pattern(1, 1));
+  CreateChild("child.vhdx", "base.vhdx", 8 << 20);
+  Write("child.vhdx", 0, Pattern(1, 2));
+  CreateChild("top.vhdx", "child.vhdx", 8 << 20);
+  CreateChild("orphan.vhdx", "child.vhdx", 8 << 20, {{u"relative_path", u"gone.vhdx"}});
+
+  const Common::Error failed = Raised([&] { Vhdx::DiskDeleter::Delete(*Folder(), u"orphan.vhdx"); });
+  EXPECT_EQ(failed.Code(), 0x3C0009u);
+  EXPECT_EQ(failed.Reason().Code(), 0x3C0030u);
+  EXPECT_TRUE(HostTest::Exists(dir.Join("orphan.vhdx")));
+
+  Vhdx::DiskDeleter::Delete(*Folder(), u"top.vhdx");
+  for (const char* name : {"top.vhdx", "child.vhdx", "base.vhdx"}) EXPECT_FALSE(HostTest::Exists(dir.Join(name)));
+  EXPECT_TRUE(HostTest::Exists(dir.Join("orphan.vhdx")));
+}
+
+}  // namespace

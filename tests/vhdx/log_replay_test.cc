@@ -1,0 +1,336 @@
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "vellumrig/error_text.h"
+#include "vhdx/header_reader.h"
+#include "vhdx/invalid_log_entry.h"
+#include "vhdx/log_entry_reader.h"
+#include "vhdx/log_scanner.h"
+#include "vhdx/non_persistent_file.h"
+#include "vhdx/play_log.h"
+#include "vhdx/read_only_file.h"
+#include "vhdx/test_files.h"
+#include "vhdx/writeable_file.h"
+#include "vhdx/zeroing_data_operation.h"
+
+namespace {
+
+namespace Log = Vhdx::Format::Log;
+using VhdxTest::CodeOf;
+using VhdxTest::Raised;
+
+constexpr std::uint64_t kSector = 4096;
+constexpr std::uint64_t kLogOffset = Vhdx::Format::kMiB;
+constexpr std::uint32_t kLogLength = Vhdx::Format::kMiB;
+constexpr std::uint64_t kPayload = 2 * Vhdx::Format::kMiB;  // where entries write
+constexpr std::uint64_t kFileSize = 3 * Vhdx::Format::kMiB;
+const Common::Guid kGuid = VhdxTest::TestGuid(7);
+
+std::uint8_t* At(std::string& bytes, std::size_t offset) {
+  return reinterpret_cast<std::uint8_t*>(bytes.data()) + offset;
+}
+
+// A descriptor as a writer lays it down: zeroing when `Data` is empty,
+// otherwise one sector of data. Sequence numbers other than 0 replace the
+// entry's in the descriptor or the data sector.
+struct Change {
+  std::uint64_t FileOffset;
+  std::string Data;
+  std::uint64_t ZeroLength = 0;
+  std::uint64_t DescriptorSequence = 0, DataSequence = 0;
+};
+
+// A log entry as a writer lays it down: header and descriptor sectors,
+// then one data sector per data descriptor, the checksum over them all.
+struct Entry {
+  std::uint64_t Sequence;
+  std::uint32_t Tail;
+  std::vector<Change> Changes;
+  Common::Guid Guid = kGuid;
+  std::uint64_t FlushedFileOffset = 0;
+  std::uint64_t LastFileOffset = 0;
+
+  std::string Bytes() const {
+    const std::size_t count = Changes.size();
+    const std::size_t descriptorSectors = count <= 126 ? 1 : 1 + (count - 126 + 127) / 128;
+    std::string descriptors(descriptorSectors * kSector, '\0'), data;
+    for (std::size_t i = 0; i < count; ++i) {
+      const Change& c = Changes[i];
+      const std::size_t at = i < 126 ? 64 + 32 * i : kSector * (1 + (i - 126) / 128) + 32 * ((i - 126) % 128);
+      std::uint8_t* d = At(descriptors, at);
+      Vhdx::StoreLe64(d + 16, c.FileOffset);
+      Vhdx::StoreLe64(d + 24, c.DescriptorSequence ? c.DescriptorSequence : Sequence);
+      if (c.Data.empty()) {
+        std::memcpy(d, "zero", 4);
+        Vhdx::StoreLe64(d + 8, c.ZeroLength);
+        continue;
+      }
+      std::memcpy(d, "desc", 4);
+      std::string sector = c.Data;
+      std::memcpy(d + 4, sector.data() + 4092, 4);
+      std::memcpy(d + 8, sector.data(), 8);
+      std::memcpy(sector.data(), "data", 4);
+      const std::uint64_t dataSequence = c.DataSequence ? c.DataSequence : Sequence;
+      Vhdx::StoreLe32(At(sector, 4), static_cast<std::uint32_t>(dataSequence >> 32));
+      Vhdx::StoreLe32(At(sector, 4092), static_cast<std::uint32_t>(dataSequence));
+      data += sector;
+    }
+    std::string bytes = descriptors + data;
+    std::uint8_t* h = At(bytes, 0);
+    std::memcpy(h, "loge", 4);
+    Vhdx::StoreLe32(h + 8, static_cast<std::uint32_t>(bytes.size()));
+    Vhdx::StoreLe32(h + 12, Tail);
+    Vhdx::StoreLe64(h + 16, Sequence);
+    Vhdx::StoreLe32(h + 24, static_cast<std::uint32_t>(count));
+    Vhdx::StoreGuid(h + 32, Guid);
+    Vhdx::StoreLe64(h + 48, FlushedFileOffset);
+    Vhdx::StoreLe64(h + 56, LastFileOffset);
+    Vhdx::StoreLe32(h + 4, Vhdx::Crc32c(bytes.data(), bytes.size()));
+    return bytes;
+  }
+};
+
+// A sector whose edges differ from its middle, so that a lost edge shows.
+std::string Sector(char fill) {
+  std::string s(kSector, fill);
+  s.replace(0, 8, "LEADING!");
+  s.replace(4092, 4, "TAIL");
+  return s;
+}
+
+// Counts the reads that touch the log region.
+class LogReadCounter : public Vhdx::FileDecorator {
+ public:
+  using FileDecorator::FileDecorator;
+  int LogReads = 0;
+  void Read(std::uint64_t offset, std::size_t size, void* buffer) override {
+    LogReads += offset < kLogOffset + kLogLength && offset + size > kLogOffset;
+    FileDecorator::Read(offset, size, buffer);
+  }
+};
+
+// A container of 3 MiB: headers naming a log at 1 MiB (or none), the log,
+// and 1 MiB of 0xEE bytes that the entries change.
+class LogReplayTest : public ::testing::Test {
+ protected:
+  LogReplayTest() { Reset(); }
+  void Reset() {
+    bytes = VhdxTest::EmptyFirstMegabyte();
+    bytes.resize(kFileSize, '\0');
+    std::memset(bytes.data() + kPayload, 0xEE, kFileSize - kPayload);
+    SetHeader(kGuid);
+  }
+  void SetHeader(const Common::Guid& logGuid, std::uint64_t logOffset = kLogOffset,
+                 std::uint32_t logLength = kLogLength) {
+    Vhdx::HeaderInfo info = VhdxTest::TestHeaderInfo(1);
+    info.LogGuid = logGuid;
+    info.LogOffset = logOffset;
+    info.LogLength = logLength;
+    VhdxTest::PutHeader(bytes, 0, info, 1);
+  }
+  void Put(std::uint32_t logOffset, const Entry& entry) {
+    const std::string e = entry.Bytes();
+    bytes.replace(kLogOffset + logOffset, e.size(), e);
+  }
+  // Loads the bytes into the file and replays.
+  bool Play() {
+    raw.Load(bytes);
+    logged.Log.clear();
+    return Vhdx::PlayLog(logged);
+  }
+  // "offset:sequence" of each entry of the active sequence.
+  std::vector<std::string> Scan() {
+    raw.Load(bytes);
+    std::vector<std::string> out;
+    for (const auto& e : Vhdx::LogScanner(file, kLogOffset, kLogLength).Scan(kGuid))
+      out.push_back(std::to_string(e->GetOffset()) + ":" + std::to_string(e->GetSequenceNumber()));
+    return out;
+  }
+
+  std::string bytes;
+  VhdxTest::ScriptedFile raw;
+  Vhdx::WriteableFile file{raw};
+  VhdxTest::LoggingFile logged{file};
+};
+
+TEST_F(LogReplayTest, WithoutLogGuidNothingIsReadAndAnEmptyLogIsRefused) {
+  SetHeader({});
+  Put(0, {1, 0, {{kPayload, Sector('a')}}});
+  raw.Load(bytes);
+  LogReadCounter counter(file);
+  EXPECT_FALSE(Vhdx::PlayLog(counter));
+  EXPECT_EQ(counter.LogReads, 0);
+  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
+
+  Reset();
+  const Common::Error empty = Raised([&] { Play(); });
+  EXPECT_EQ(empty.Code(), 0x3C002Bu);
+  EXPECT_NE(empty.GetText().find(u"sequence is empty"), std::u16string::npos);
+  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);  // the header still names the log
+}
+
+TEST_F(LogReplayTest, PlaysEveryEntryInOrderThenClearsLogGuidWithOneFlush) {
+  // Data for the first entry, overwritten by the second; a zero range.
+  Put(0, {5, 0, {{kPayload, Sector('a')}, {kPayload + 3 * kSector, "", 2 * kSector}}});
+  Put(8192, {6, 0, {{kPayload, Sector('b')}, {kPayload + kSector, Sector('c')}}});
+  ASSERT_TRUE(Play());
+  EXPECT_EQ(raw.Bytes(kPayload, kSector), Sector('b'));
+  EXPECT_EQ(raw.Bytes(kPayload + kSector, kSector), Sector('c'));
+  EXPECT_EQ(raw.Bytes(kPayload + 2 * kSector, kSector), std::string(kSector, '\xEE'));
+  EXPECT_EQ(raw.Bytes(kPayload + 3 * kSector, 2 * kSector), std::string(2 * kSector, '\0'));
+  // Two pieces zeroed, so two bytes more.
+  EXPECT_EQ(raw.Bytes(kPayload + 5 * kSector, 4), std::string("\0\0\xEE\xEE", 4));
+  EXPECT_EQ(std::count(logged.Log.begin(), logged.Log.end(), "F"), 1);
+  EXPECT_EQ(logged.Log.back(), "F");
+  EXPECT_TRUE(Vhdx::HeaderReader::Read(file).LogGuid.IsZero());
+  EXPECT_EQ(raw.Bytes(kLogOffset, kLogLength), bytes.substr(kLogOffset, kLogLength));  // log left as it was
+  logged.Log.clear();
+  EXPECT_FALSE(Vhdx::PlayLog(logged));
+  EXPECT_TRUE(logged.Log.empty());
+}
+
+TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
+  const std::uint32_t kFar = 0x10000, kEnd = kLogLength - 8192;
+  const std::vector<Change> one{{kPayload, Sector('x')}};
+  Entry foreign{11, 0, one, VhdxTest::TestGuid(9)};
+  const struct {
+    const char* name;
+    std::vector<std::pair<std::uint32_t, Entry>> entries;
+    std::vector<std::string> active;
+    bool flipSecond = false;
+  } cases[] = {
+      {"later and greater wins", {{0, {10, 0, one}}, {8192, {11, 0, one}}, {kFar, {20, kFar, one}}}, {"65536:20"}},
+      {"earlier and greater wins", {{0, {30, 0, one}}, {8192, {31, 0, one}}, {kFar, {20, kFar, one}}},
+       {"0:30", "8192:31"}},
+      {"a tie keeps the first", {{0, {7, 0, one}}, {kFar, {7, kFar, one}}}, {"0:7"}},
+      {"tail outside its sequence", {{0, {10, 0, one}}, {kFar, {50, 0, one}}}, {"0:10"}},
+      {"only a tail outside", {{kFar, {50, 0, one}}}, {}},
+      {"a gap ends the candidate", {{0, {10, 0, one}}, {8192, {12, 0, one}}}, {"0:10"}},
+      {"a flipped data bit ends it", {{0, {10, 0, one}}, {8192, {11, 0, one}}}, {"0:10"}, true},
+      {"a stale descriptor ends it", {{0, {10, 0, one}}, {8192, {11, 0, {{kPayload, "", kSector, 10}}}}}, {"0:10"}},
+      {"a stale data sector ends it",
+       {{0, {10, 0, one}}, {8192, {11, 0, {{kPayload, Sector('x'), 0, 0, 11 + (1ull << 32)}}}}}, {"0:10"}},
+      {"another log's entry ends it", {{0, {10, 0, one}}, {8192, foreign}}, {"0:10"}},
+      {"wraps at the end of the log", {{kEnd, {1, kEnd, one}}, {0, {2, kEnd, one}}},
+       {std::to_string(kEnd) + ":1", "0:2"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Reset();
+    for (const auto& [offset, entry] : c.entries) Put(offset, entry);
+    if (c.flipSecond) bytes[kLogOffset + 8192 + kSector + 100] ^= 0x10;  // in its data sector
+    EXPECT_EQ(Scan(), c.active);
+  }
+}
+
+TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFileCannotHold) {
+  // Zero descriptors over single sectors of the payload; the last one lies
+  // in the further descriptor sector.
+  auto zeroes = [](std::size_t count) {
+    std::vector<Change> changes;
+    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i * kSector, "", kSector});
+    return changes;
+  };
+  auto read = [&](const Entry& entry) {
+    Put(0, entry);
+    raw.Load(bytes);
+    return Vhdx::LogEntryReader::Read(file, kLogOffset, 0);
+  };
+  const auto whole = read({3, 0, zeroes(254)});
+  ASSERT_TRUE(whole->IsValid());
+  whole->Apply(file);
+  EXPECT_EQ(raw.Bytes(kPayload + 253 * kSector, kSector), std::string(kSector, '\0'));
+  EXPECT_EQ(raw.Bytes(kPayload + 254 * kSector + 1, 1), "\xEE");  // past the one byte the last piece adds
+  EXPECT_FALSE(read({3, 0, zeroes(127)})->IsValid());
+
+  // Counts that would make the reader go past the end of the file.
+  std::uint8_t* h = At(bytes, kLogOffset);
+  Vhdx::StoreLe32(h + 24, 0xFFFFFFFF);
+  raw.Load(bytes);
+  LogReadCounter counter(file);
+  EXPECT_FALSE(Vhdx::LogEntryReader::Read(counter, kLogOffset, 0)->IsValid());
+  EXPECT_EQ(counter.LogReads, 1);
+  Put(0, {3, 0, {{kPayload, Sector('d')}}});
+  bytes.resize(kLogOffset + kSector);  // its data sector lies past the end
+  raw.Load(bytes);
+  EXPECT_FALSE(Vhdx::LogEntryReader::Read(file, kLogOffset, 0)->IsValid());
+  EXPECT_FALSE(Vhdx::LogEntryReader::Read(file, kLogOffset, 100)->IsValid());
+
+  const Vhdx::InvalidLogEntry invalid;
+  EXPECT_EQ(CodeOf([&] { invalid.GetSequenceNumber(); }), 0x3C0029u);
+  EXPECT_EQ(CodeOf([&] { invalid.GetTail(); }), 0x3C0029u);
+}
+
+TEST_F(LogReplayTest, ZeroingTakesItsTailLengthFromThePieceCount) {
+  const struct {
+    std::uint64_t length, zeroed;
+  } cases[] = {{16 * kSector, 16 * kSector + 16}, {kSector + 100, kSector + 1}, {100, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.length);
+    raw.Load(bytes);
+    Vhdx::ZeroingDataOperation(kPayload, c.length).Apply(file);
+    const std::string after = raw.Bytes(kPayload, kFileSize - kPayload);
+    EXPECT_EQ(after.find_first_not_of('\0'), c.zeroed);
+    EXPECT_EQ(after.find_first_not_of('\xEE', c.zeroed), std::string::npos);
+  }
+}
+
+TEST_F(LogReplayTest, FileSizeGrowsToLastFileOffsetNeverShrinksAndMustReachFlushed) {
+  Entry entry{1, 0, {{kPayload, Sector('a')}}};
+  entry.LastFileOffset = kFileSize + 5 * kSector;
+  Put(0, entry);
+  ASSERT_TRUE(Play());
+  EXPECT_EQ(raw.Store->Size(), kFileSize + 5 * kSector);
+  EXPECT_EQ(logged.Log[logged.Log.size() - 4], "E " + std::to_string(kFileSize + 5 * kSector));  // after the data
+
+  entry.LastFileOffset = kSector;
+  Put(0, entry);
+  ASSERT_TRUE(Play());
+  EXPECT_EQ(raw.Store->Size(), kFileSize);
+
+  entry.FlushedFileOffset = kFileSize + 1;
+  Put(0, entry);
+  const Common::Error truncated = Raised([&] { Play(); });
+  EXPECT_EQ(truncated.Code(), 0x3C002Au);
+  EXPECT_NE(truncated.GetText().find(u"truncated"), std::u16string::npos);
+  EXPECT_TRUE(logged.Log.empty());
+  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
+}
+
+TEST_F(LogReplayTest, HeadersNamingAnImpossibleLogAreRefused) {
+  Put(0, {1, 0, {{kPayload, Sector('a')}}});
+  const struct {
+    std::uint64_t offset;
+    std::uint32_t length;
+    const char16_t* text;
+  } cases[] = {{kLogOffset, 0, u"length of 0"},
+               {kFileSize - kSector, 2 * kSector, u"offset 3141632, length 8192"},
+               {UINT64_MAX - 10, kLogLength, u"length 1048576"}};
+  for (const auto& c : cases) {
+    SetHeader(kGuid, c.offset, c.length);
+    const Common::Error error = Raised([&] { Play(); });
+    EXPECT_EQ(error.Code(), 0x3C002Bu);
+    EXPECT_NE(error.GetText().find(c.text), std::u16string::npos) << Common::ToUtf8(error.GetText());
+    EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
+  }
+}
+
+TEST_F(LogReplayTest, ReadOnlyReplayLandsInTheOverlayAlone) {
+  Put(0, {1, 0, {{kPayload, Sector('r')}, {kPayload + kSector, "", kSector}}});
+  raw.Load(bytes);
+  Vhdx::ReadOnlyFile below(raw);
+  Vhdx::NonPersistentFile overlay(below);
+  ASSERT_TRUE(Vhdx::PlayLog(overlay));
+  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
+  std::string seen(2 * kSector, '?');
+  overlay.Read(kPayload, seen.size(), seen.data());
+  EXPECT_EQ(seen, Sector('r') + std::string(kSector, '\0'));
+  EXPECT_TRUE(Vhdx::HeaderReader::Read(overlay).LogGuid.IsZero());
+  EXPECT_FALSE(Vhdx::HeaderReader::Read(below).LogGuid.IsZero());
+}
+
+}  // namespace

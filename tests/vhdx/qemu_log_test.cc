@@ -1,0 +1,130 @@
+// Replays a log written by an independent writer: qemu's VHDX driver logs
+// its BAT updates and then retires the log by clearing the header's
+// LogGuid, leaving the entries behind. Putting the LogGuid back and undoing
+// what the entry repairs gives a file that needs exactly that replay.
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "host/temp_dir.h"
+#include "vellumrig/host.h"
+#include "vhdx/header_reader.h"
+#include "vhdx/non_persistent_file.h"
+#include "vhdx/play_log.h"
+#include "vhdx/read_only_file.h"
+#include "vhdx/test_files.h"
+#include "vhdx/writeable_file.h"
+
+namespace {
+
+namespace Format = Vhdx::Format;
+
+struct Outcome {
+  int status = -1;
+  std::string output;
+};
+
+Outcome Shell(const std::string& command) {
+  Outcome run;
+  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+  if (!pipe) return run;
+  char buffer[4096];
+  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
+  const int status = ::pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+bool Have(const std::string& program) { return Shell("command -v " + program + " >/dev/null").status == 0; }
+
+const std::uint8_t* At(const std::string& bytes, std::uint64_t offset) {
+  return reinterpret_cast<const std::uint8_t*>(bytes.data()) + offset;
+}
+
+class QemuLogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!Have("qemu-img") || !Have("qemu-io"))
+      GTEST_SKIP() << "qemu-img is not installed (Debian package qemu-utils; scripts/install-deps.sh installs it)";
+    ASSERT_EQ(Shell("qemu-img create -q -f vhdx " + path + " 40M").status, 0);
+    const Outcome write = Shell("qemu-io -f vhdx -c 'write -P 0x5a 0 1M' " + path);
+    ASSERT_EQ(write.status, 0) << write.output;
+    Damage();
+  }
+
+  // Brings back the log qemu left and zeroes the sector its first data
+  // descriptor writes, remembering that sector as qemu wrote it.
+  void Damage() {
+    std::string bytes = HostTest::ReadBytes(path);
+    const std::uint64_t h0 = Format::kHeaderOffsets[0], h1 = Format::kHeaderOffsets[1];
+    const std::uint64_t header = Vhdx::LoadLe64(At(bytes, h1 + 8)) > Vhdx::LoadLe64(At(bytes, h0 + 8)) ? h1 : h0;
+    ASSERT_TRUE(Vhdx::LoadGuid(At(bytes, header + Format::Header::kLogGuid)).IsZero());
+    const std::uint64_t logOffset = Vhdx::LoadLe64(At(bytes, header + Format::Header::kLogOffset));
+    const std::uint32_t logLength = Vhdx::LoadLe32(At(bytes, header + Format::Header::kLogLength));
+    ASSERT_LE(logOffset + logLength, bytes.size());
+    std::uint64_t entry = logOffset;
+    while (entry < logOffset + logLength && std::memcmp(At(bytes, entry), "loge", 4) != 0) entry += 4096;
+    ASSERT_LT(entry, logOffset + logLength) << "qemu left no log entry";
+    ASSERT_EQ(std::memcmp(At(bytes, entry + 64), "desc", 4), 0);
+    repaired = Vhdx::LoadLe64(At(bytes, entry + 64 + 16));
+    ASSERT_LE(repaired + 4096, bytes.size());
+    expected = bytes.substr(repaired, 4096);
+    ASSERT_NE(expected, std::string(4096, '\0'));
+
+    std::memcpy(bytes.data() + header + Format::Header::kLogGuid, At(bytes, entry + 32), 16);
+    VhdxTest::Reseal(bytes, header, Format::kHeaderSize);
+    bytes.replace(repaired, 4096, std::string(4096, '\0'));
+    HostTest::WriteBytes(path, bytes);
+    damaged = bytes;
+  }
+
+  std::unique_ptr<i_file> Open(std::uint32_t mode) {
+    auto file = folder->OpenFile(u"log.vhdx", mode);
+    if (!file) throw std::runtime_error("cannot open " + path);
+    return file;
+  }
+
+  HostTest::TempDir dir;
+  std::unique_ptr<rio_dir> folder = Host::OpenFolder(dir.Wide());
+  const std::string path = dir.Join("log.vhdx");
+  std::uint64_t repaired = 0;
+  std::string expected, damaged;
+};
+
+TEST_F(QemuLogTest, ReadOnlyReplaySeesTheRepairAndLeavesTheFileAlone) {
+  {
+    auto raw = Open(kOpenRead);
+    Vhdx::ReadOnlyFile below(dynamic_cast<ri_file&>(*raw));
+    ASSERT_FALSE(Vhdx::HeaderReader::Read(below).LogGuid.IsZero());
+    Vhdx::NonPersistentFile overlay(below);
+    ASSERT_TRUE(Vhdx::PlayLog(overlay));
+    std::string seen(4096, '?');
+    overlay.Read(repaired, seen.size(), seen.data());
+    EXPECT_EQ(seen, expected);
+    EXPECT_TRUE(Vhdx::HeaderReader::Read(overlay).LogGuid.IsZero());
+  }
+  EXPECT_EQ(HostTest::ReadBytes(path), damaged);
+}
+
+TEST_F(QemuLogTest, WritableReplayRepairsTheFileForQemu) {
+  {
+    auto raw = Open(kOpenReadWrite);
+    Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*raw));
+    ASSERT_TRUE(Vhdx::PlayLog(file));
+    EXPECT_TRUE(Vhdx::HeaderReader::Read(file).LogGuid.IsZero());
+  }
+  EXPECT_EQ(HostTest::ReadBytes(path).substr(repaired, 4096), expected);
+  const Outcome check = Shell("qemu-img check -f vhdx " + path);
+  EXPECT_EQ(check.status, 0) << check.output;
+  EXPECT_NE(check.output.find("No errors"), std::string::npos) << check.output;
+  ASSERT_EQ(Shell("qemu-img convert -f vhdx -O raw " + path + " " + path + ".raw").status, 0);
+  EXPECT_EQ(HostTest::ReadBytes(path + ".raw").substr(0, Format::kMiB), std::string(Format::kMiB, '\x5a'));
+}
+
+}  // namespace
