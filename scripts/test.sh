@@ -14,4 +14,4 @@ for variant in release sanitize; do
 done
 # Text formats get 30 seconds each, the container structures 60.
 scripts/fuzz.sh 30 xml_reader_fuzz flat_error_fuzz
-scripts/fuzz.sh 60 vhdx_header_fuzz vhdx_metadata_fuzz
+scripts/fuzz.sh 60 vhdx_header_fuzz vhdx_metadata_fuzz vhdx_disk_fuzz

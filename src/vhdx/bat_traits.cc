@@ -28,13 +28,17 @@ void CheckNonZero(const Common::ErrorSite& site, std::uint64_t value) {
 
 namespace {
 constexpr std::uint32_t kMinimumBlockSize = 1u << 20;
+constexpr std::uint32_t kMaximumBlockSize = 256u << 20;
 }  // namespace
 
 BlockGeometry BlockGeometry::Make(std::uint32_t blockSize, std::uint32_t sectorSize,
                                   std::uint64_t virtualSize) {
   // Blocks below 1 MiB are outside the format; allowing them would let a
   // hostile file make one chunk's slice of the BAT hundreds of megabytes.
-  if (blockSize < kMinimumBlockSize || sectorSize == 0 || blockSize % sectorSize != 0)
+  // Blocks above 256 MiB are outside the format too; a write appends a whole
+  // block, and one of gigabytes would be taken from a crafted file alone.
+  if (blockSize < kMinimumBlockSize || blockSize > kMaximumBlockSize || sectorSize == 0 ||
+      blockSize % sectorSize != 0)
     RaiseBadGeometry(VR_SITE, blockSize, sectorSize);
   BlockGeometry geometry;
   geometry.BlockSize = blockSize;

@@ -70,22 +70,12 @@ void WriteIdentifierAndHeaders(File& file) {
 
 }  // namespace
 
-void Create(rio_dir& dir, const std::u16string& name, std::uint32_t type, const CreateParameters& parameters,
-            std::uint64_t) {
-  if (type != kCreateDynamic) throw Common::MessageError(VR_SITE, kCodeNotImplemented);
-
+void WriteDynamicContainer(File& file, const CreateParameters& parameters) {
   const BlockGeometry geometry = BlockGeometry::Make(kBlockSize, parameters.LogicalSectorSize, parameters.VirtualSize);
   const std::uint64_t batBytes = geometry.BatEntryCount * sizeof(BatEntry);
   const std::uint64_t batLength = (batBytes + Format::kMiB - 1) / Format::kMiB * Format::kMiB;
   if (batLength > UINT32_MAX) throw Common::MessageError(VR_SITE, kBeyondAllocation);
 
-  std::unique_ptr<rio_file> host = dir.CreateFile(name, 0, 0);
-  if (!host) {
-    Common::Error error = Common::MessageError(VR_SITE, kCreateFailed);
-    error.AddReason(dir.TakeError());
-    throw error;
-  }
-  WriteableFile file(*host);
   // An all-zero BAT says no block is present, and an all-zero log is empty.
   // The zeros come from setting the size of the (emptied) file rather than
   // from writing them: the range reads as zeros either way, and a sparse
@@ -94,9 +84,26 @@ void Create(rio_dir& dir, const std::u16string& name, std::uint32_t type, const 
   file.Expand(kBatOffset + batLength);
   WriteMetadata(file, parameters);
   WriteIdentifierAndHeaders(file);
-  RegionTableWriter::Write(file, {{Format::kMetadataRegionGuid, kMetadataRegionOffset, kMetadataRegionLength, Format::kRegionRequired},
+  RegionTableWriter::Write(file, {{Format::kMetadataRegionGuid, kMetadataRegionOffset, kMetadataRegionLength,
+                                   Format::kRegionRequired},
                                   {Format::kBatRegionGuid, kBatOffset, static_cast<std::uint32_t>(batLength),
                                    Format::kRegionRequired}});
+}
+
+void Create(rio_dir& dir, const std::u16string& name, std::uint32_t type, const CreateParameters& parameters,
+            std::uint64_t) {
+  if (type != kCreateDynamic) throw Common::MessageError(VR_SITE, kCodeNotImplemented);
+  // Refused sizes must not leave a file behind.
+  BlockGeometry::Make(kBlockSize, parameters.LogicalSectorSize, parameters.VirtualSize);
+
+  std::unique_ptr<rio_file> host = dir.CreateFile(name, 0, 0);
+  if (!host) {
+    Common::Error error = Common::MessageError(VR_SITE, kCreateFailed);
+    error.AddReason(dir.TakeError());
+    throw error;
+  }
+  WriteableFile file(*host);
+  WriteDynamicContainer(file, parameters);
 }
 
 }  // namespace Vhdx

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "vellumrig/folder.h"
+#include "vhdx/file.h"
 
 namespace Vhdx {
 
@@ -25,5 +26,9 @@ struct CreateParameters {
 // leaves it behind. `reserved` is not used.
 void Create(rio_dir& dir, const std::u16string& name, std::uint32_t type, const CreateParameters& parameters,
             std::uint64_t reserved = 0);
+
+// The recipe itself, on a file that Create has just made (or any file whose
+// old content may go): what Create writes after making the file.
+void WriteDynamicContainer(File& file, const CreateParameters& parameters);
 
 }  // namespace Vhdx

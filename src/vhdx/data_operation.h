@@ -15,6 +15,10 @@ class DataOperation {
   virtual ~DataOperation() = default;
 
   virtual void Apply(File& file) = 0;
+  // The file offset behind the last byte Apply changes.
+  virtual std::uint64_t GetEnd() const = 0;
+  // How many bytes Apply zeroes.
+  virtual std::uint64_t GetZeroedBytes() const = 0;
 };
 
 }  // namespace Vhdx

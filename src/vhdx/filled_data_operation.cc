@@ -9,4 +9,8 @@ void FilledDataOperation::Apply(File& file) {
   file.Write(fileOffset_, sector_->size(), sector_->data());
 }
 
+std::uint64_t FilledDataOperation::GetEnd() const {
+  return fileOffset_ > UINT64_MAX - sector_->size() ? UINT64_MAX : fileOffset_ + sector_->size();
+}
+
 }  // namespace Vhdx

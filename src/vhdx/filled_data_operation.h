@@ -20,6 +20,8 @@ class FilledDataOperation : public DataOperation {
       : fileOffset_(fileOffset), sector_(std::move(sector)) {}
 
   void Apply(File& file) override;
+  std::uint64_t GetEnd() const override;
+  std::uint64_t GetZeroedBytes() const override { return 0; }
 
  private:
   std::uint64_t fileOffset_;

@@ -19,6 +19,8 @@ class InvalidLogEntry : public LogEntry {
   std::uint64_t GetFlushedFileOffset() const override { ThrowAccessToInvalid(); }
   std::uint64_t GetLastFileOffset() const override { ThrowAccessToInvalid(); }
   void Apply(File&) override { ThrowAccessToInvalid(); }
+  std::uint64_t GetReach() const override { ThrowAccessToInvalid(); }
+  std::uint64_t GetZeroedBytes() const override { ThrowAccessToInvalid(); }
 
  private:
   [[noreturn]] static void ThrowAccessToInvalid();

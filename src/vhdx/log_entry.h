@@ -29,6 +29,10 @@ class LogEntry {
   virtual std::uint64_t GetLastFileOffset() const = 0;
   // Makes the entry's changes, in descriptor order.
   virtual void Apply(File& file) = 0;
+  // The file offset behind the last byte the changes touch, and how many
+  // bytes they zero: what the replay of a hostile log is held against.
+  virtual std::uint64_t GetReach() const = 0;
+  virtual std::uint64_t GetZeroedBytes() const = 0;
 };
 
 }  // namespace Vhdx

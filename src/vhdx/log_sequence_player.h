@@ -22,6 +22,9 @@ class LogSequencePlayer {
 
  private:
   void CheckCurrentFileSize(File& file) const;
+  // Raises 0x3C002B for a sequence that would grow or zero the file by more
+  // than any honest log does.
+  void CheckDemands(File& file) const;
 
   LogSequence sequence_;
 };

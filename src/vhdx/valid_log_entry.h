@@ -3,6 +3,9 @@
 // made by LogEntryReader.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+
 #include "vhdx/data_operation_consumer.h"
 #include "vhdx/log_entry.h"
 
@@ -33,6 +36,16 @@ class ValidLogEntry : public LogEntry {
   std::uint64_t GetLastFileOffset() const override { return fields_.LastFileOffset; }
   void Apply(File& file) override {
     for (const auto& operation : operations_) operation->Apply(file);
+  }
+  std::uint64_t GetReach() const override {
+    std::uint64_t reach = fields_.LastFileOffset;
+    for (const auto& operation : operations_) reach = std::max(reach, operation->GetEnd());
+    return reach;
+  }
+  std::uint64_t GetZeroedBytes() const override {
+    std::uint64_t zeroed = 0;
+    for (const auto& operation : operations_) zeroed = std::min(UINT64_MAX - zeroed, operation->GetZeroedBytes()) + zeroed;
+    return zeroed;
   }
 
  private:

@@ -14,4 +14,14 @@ void ZeroingDataOperation::Apply(File& file) {
   if (const std::uint64_t rest = pieces & 0xFFF; rest != 0) file.WriteZero(at, rest);
 }
 
+std::uint64_t ZeroingDataOperation::GetZeroedBytes() const {
+  const std::uint64_t pieces = zeroLength_ / Format::Log::kSectorSize;
+  return pieces * Format::Log::kSectorSize + (pieces & 0xFFF);
+}
+
+std::uint64_t ZeroingDataOperation::GetEnd() const {
+  const std::uint64_t zeroed = GetZeroedBytes();
+  return zeroed > UINT64_MAX - fileOffset_ ? UINT64_MAX : fileOffset_ + zeroed;
+}
+
 }  // namespace Vhdx

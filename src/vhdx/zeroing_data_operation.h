@@ -17,6 +17,8 @@ class ZeroingDataOperation : public DataOperation {
   // low 12 bits of that sector count say (not of ZeroLength). Files already
   // replayed this way must keep reading the same, so the rule stays.
   void Apply(File& file) override;
+  std::uint64_t GetEnd() const override;
+  std::uint64_t GetZeroedBytes() const override;
 
  private:
   std::uint64_t fileOffset_;

@@ -60,6 +60,8 @@ TEST(BatTraitsTest, GeometryRefusesWhatWouldBreakTheArithmetic) {
       {0x300000, 512, 1, 0x3C0003, 0, 0},  // blocks do not tile a chunk
       {0x1000000, 1, 1, 0x3C0003, 0, 0},   // a chunk ratio of 0
       {0x80000, 512, 1, 0x3C0003, 0, 0},   // below the format's smallest block
+      {0x20000000, 4096, 1, 0x3C0003, 0, 0},  // above its largest
+      {0x10000000, 4096, 1, 0, 128, 1},
       {0x400000, 512, 0, 0, 1024, 0},      // no blocks, no entries
       {0x400000, 512, 1024ull << 22, 0, 1024, 1024},  // one chunk: no bitmap entry counted
       {0x400000, 512, (1024ull << 22) + 1, 0, 1024, 1026}, {0x400000, 4096, 0x400000, 0, 8192, 1},

@@ -299,6 +299,16 @@ TEST_F(LogReplayTest, FileSizeGrowsToLastFileOffsetNeverShrinksAndMustReachFlush
   EXPECT_NE(truncated.GetText().find(u"truncated"), std::u16string::npos);
   EXPECT_TRUE(logged.Log.empty());
   EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
+
+  // Growth or zeroing beyond what any honest log asks is refused before
+  // anything is written: replayed into memory it would never end.
+  for (const Entry& greedy : {Entry{1, 0, {{kPayload, Sector('a')}}, kGuid, 0, kFileSize + (5ull << 30)},
+                              Entry{1, 0, {{1ull << 50, Sector('a')}}},
+                              Entry{1, 0, {{kPayload, {}, 8ull << 30}}}}) {
+    Put(0, greedy);
+    EXPECT_EQ(CodeOf([&] { Play(); }), 0x3C002Bu);
+    EXPECT_TRUE(logged.Log.empty());
+  }
 }
 
 TEST_F(LogReplayTest, HeadersNamingAnImpossibleLogAreRefused) {

@@ -14,12 +14,10 @@
 
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
+#include "vhdx/disk.h"
+#include "vhdx/disk_file_hierarchy.h"
 #include "vhdx/header_reader.h"
-#include "vhdx/non_persistent_file.h"
-#include "vhdx/play_log.h"
-#include "vhdx/read_only_file.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
 
 namespace {
 
@@ -95,31 +93,30 @@ class QemuLogTest : public ::testing::Test {
   const std::string path = dir.Join("log.vhdx");
   std::uint64_t repaired = 0;
   std::string expected, damaged;
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
 };
 
-TEST_F(QemuLogTest, ReadOnlyReplaySeesTheRepairAndLeavesTheFileAlone) {
-  {
-    auto raw = Open(kOpenRead);
-    Vhdx::ReadOnlyFile below(dynamic_cast<ri_file&>(*raw));
-    ASSERT_FALSE(Vhdx::HeaderReader::Read(below).LogGuid.IsZero());
-    Vhdx::NonPersistentFile overlay(below);
-    ASSERT_TRUE(Vhdx::PlayLog(overlay));
-    std::string seen(4096, '?');
-    overlay.Read(repaired, seen.size(), seen.data());
-    EXPECT_EQ(seen, expected);
-    EXPECT_TRUE(Vhdx::HeaderReader::Read(overlay).LogGuid.IsZero());
+// Through the whole open: the disk reads what qemu wrote although the BAT
+// on disk has lost it, and the file stays as it was, log included.
+TEST_F(QemuLogTest, ReadOnlyOpenSeesTheRepairAndLeavesTheFileAlone) {
+  for (int open = 0; open < 2; ++open) {  // the log stays in force
+    Vhdx::DiskImpl disk(*folder, u"log.vhdx", consumer, false);
+    EXPECT_TRUE(disk.GetTop().IsLogReplayed());
+    std::string data(Format::kMiB, '?');
+    disk.Read(0, Format::kMiB / 512, data.data());
+    EXPECT_EQ(data, std::string(Format::kMiB, '\x5a'));
   }
   EXPECT_EQ(HostTest::ReadBytes(path), damaged);
 }
 
-TEST_F(QemuLogTest, WritableReplayRepairsTheFileForQemu) {
+TEST_F(QemuLogTest, WritableOpenRepairsTheFileForQemu) {
   {
-    auto raw = Open(kOpenReadWrite);
-    Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*raw));
-    ASSERT_TRUE(Vhdx::PlayLog(file));
-    EXPECT_TRUE(Vhdx::HeaderReader::Read(file).LogGuid.IsZero());
+    Vhdx::DiskImpl disk(*folder, u"log.vhdx", consumer, true);
+    EXPECT_TRUE(disk.GetTop().IsLogReplayed());
   }
-  EXPECT_EQ(HostTest::ReadBytes(path).substr(repaired, 4096), expected);
+  const std::string bytes = HostTest::ReadBytes(path);
+  EXPECT_EQ(bytes.substr(repaired, 4096), expected);
+  EXPECT_FALSE(Vhdx::DiskImpl(*folder, u"log.vhdx", consumer, false).GetTop().IsLogReplayed());
   const Outcome check = Shell("qemu-img check -f vhdx " + path);
   EXPECT_EQ(check.status, 0) << check.output;
   EXPECT_NE(check.output.find("No errors"), std::string::npos) << check.output;
