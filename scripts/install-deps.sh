@@ -9,6 +9,7 @@ packages=(
   ninja-build    # build
   libicu-dev     # Processor::String and text handling
   libgtest-dev   # tests
+  libbenchmark-dev  # bench/: the engine benchmark (scripts/bench.sh)
   libzip-dev     # reading the resource archive (loaded at run time; headers at build)
   clang          # fuzz harnesses
   libclang-rt-14-dev  # libFuzzer and the sanitizer runtimes for clang

@@ -14,6 +14,8 @@
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/bat_disk_reader.h"
+#include "vhdx/disk.h"
+#include "vhdx/disk_file_hierarchy.h"
 #include "vhdx/file_validator.h"
 #include "vhdx/header_reader.h"
 #include "vhdx/header_writer.h"
@@ -191,6 +193,38 @@ TEST_F(QemuImageTest, RewrittenHeadersAndRegionTablesStillSatisfyQemu) {
     const Outcome read = Shell("qemu-io -f vhdx -r -c 'read -P 0 0 64k' " + path);
     EXPECT_EQ(read.status, 0) << read.output;
   }
+}
+
+// Engine writes into a qemu file: blocks allocated and rewritten in place,
+// and the metadata region moved to the end of the file by an item too big
+// for it. qemu must still find every structure and the same data.
+TEST_F(QemuImageTest, FilesChangedByTheEngineSatisfyQemu) {
+  const std::string path = Create(kShapes[1], "-c 'write -P 0x33 0 3M'");
+  const std::string data(5 * 512, '\x77');
+  {
+    Vhdx::OnlyCheckingMetadataConsumer consumer;
+    Vhdx::DiskImpl disk(*folder, u"block1m.vhdx", consumer, true);
+    disk.Write(2047, 5, data.data());            // inside allocated blocks, across a boundary
+    disk.Write(10 * 2048 - 2, 5, data.data());   // allocating two blocks
+    struct Big : Vhdx::MetadataProvider {
+      void Provide(Vhdx::SelectiveMetadataConsumer& consumer) override {
+        const std::string item(0x180000, 'm');
+        consumer.Consume({VhdxTest::TestGuid(3), Format::kMetadataIsUser},
+                         reinterpret_cast<const std::uint8_t*>(item.data()), static_cast<std::uint32_t>(item.size()));
+      }
+    } big;
+    const std::uint64_t before = disk.GetTop().GetLayout().MetadataOffset;
+    disk.SetMetadata(big);
+    EXPECT_NE(disk.GetTop().GetLayout().MetadataOffset, before);
+  }
+  const Outcome check = Shell("qemu-img check -f vhdx " + path);
+  EXPECT_EQ(check.status, 0) << check.output;
+  ASSERT_EQ(Shell("qemu-img convert -f vhdx -O raw " + path + " " + path + ".raw").status, 0);
+  std::string expected(20 << 20, '\0');
+  expected.replace(0, 3 << 20, std::string(3 << 20, '\x33'));
+  expected.replace(2047 * 512, data.size(), data);
+  expected.replace((10 * 2048 - 2) * 512, data.size(), data);
+  EXPECT_TRUE(HostTest::ReadBytes(path + ".raw") == expected);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 // vrig: the command-line host of libvellumrig.so.
 //
-// It loads the module with dlopen like any host and works only through the
-// module's interfaces, with the POSIX folder of "/" as the server's root.
+// The info and vm commands load the module with dlopen like any host and
+// work only through its interfaces, with the POSIX folder of "/" as the
+// server's root. The vhdx commands use the container engine linked into
+// vrig, since the module exports nothing for single containers.
 // Errors are printed as their full text with the chain of causes, and the
 // exit status is non-zero.
 #include <cstdio>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "vhdx_commands.h"
 
 namespace {
 
@@ -27,9 +30,20 @@ constexpr char kUsage[] =
     "  vm rename <vmc> <new name>        rename folder and file; prints the new path\n"
     "  vm rm <vmc>                       remove the machine, and its folder when empty\n"
     "  vm find <storage> <name>          prints the machine's path when it is there\n"
+    "  vhdx create <file> <size>[K|M|G|T] [--sector-size 512|4096]\n"
+    "                                    a new dynamic container (4 MiB blocks; 512-byte sectors\n"
+    "                                    unless told); an existing file is refused\n"
+    "  vhdx info <file>                  type, geometry, write GUIDs, blocks, metadata, parents\n"
+    "  vhdx read <file> <sector> <count> sectors to standard output\n"
+    "  vhdx write <file> <sector>        whole sectors from standard input\n"
+    "  vhdx import <raw> <new vhdx> [--sector-size 512|4096]\n"
+    "                                    a raw image into a new container\n"
+    "  vhdx export <vhdx> <new raw>      a container out to a new, sparse raw image\n"
+    "  vhdx rm <file>                    delete a container with its chain of parents\n"
     "  help                              this text\n"
     "\n"
-    "Relative paths are taken from the current folder.\n";
+    "Relative paths are taken from the current folder. import and export show a\n"
+    "progress bar when standard error is a terminal and end with the rate there.\n";
 
 }  // namespace
 
@@ -53,6 +67,7 @@ int main(int argc, char** argv) {
       vrig::Module module;
       return vrig::Vm(module, args);
     }
+    if (command == "vhdx") return vrig::VhdxCommand(args);
     throw vrig::UsageError{"unknown command: " + command};
   } catch (const vrig::UsageError& usage) {
     std::fprintf(stderr, "vrig: %s\n\n%s", usage.Text.c_str(), kUsage);

@@ -1,0 +1,357 @@
+// vrig vhdx against independent readers and writers of the format:
+// qemu-img and qemu-io (Debian qemu-utils) and vhdiinfo (libvhdi-utils),
+// run as black boxes. Files made by one side are read by the other, and
+// both are held against images the tests keep themselves.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "host/temp_dir.h"
+
+namespace {
+
+using HostTest::ReadBytes;
+using HostTest::WriteBytes;
+
+constexpr std::uint64_t kMiB = 1 << 20;
+
+struct Outcome {
+  int status = -1;
+  std::string output;  // standard output and standard error
+};
+
+Outcome Shell(const std::string& command) {
+  Outcome run;
+  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+  if (!pipe) return run;
+  char buffer[4096];
+  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
+  const int status = ::pclose(pipe);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+Outcome Vrig(const std::string& arguments) { return Shell("env LANGUAGE=en " VRIG_PATH " vhdx " + arguments); }
+
+bool Have(const std::string& program) { return Shell("command -v " + program + " >/dev/null").status == 0; }
+
+bool SameFiles(const std::string& a, const std::string& b) { return Shell("cmp " + a + " " + b).status == 0; }
+
+// The value after `key` on its line of `text`, "" if absent.
+std::string Field(const std::string& text, const std::string& key) {
+  const std::size_t at = text.find(key);
+  if (at == std::string::npos) return "";
+  const std::size_t start = at + key.size();
+  return text.substr(start, text.find('\n', start) - start);
+}
+
+std::string RandomBytes(std::mt19937_64& random, std::size_t size) {
+  std::string bytes(size, '\0');
+  for (char& c : bytes) c = static_cast<char>(random());
+  return bytes;
+}
+
+void WriteAt(const std::string& path, std::uint64_t offset, const std::string& bytes) {
+  const int fd = ::open(path.c_str(), O_WRONLY);
+  ASSERT_GE(fd, 0) << path;
+  EXPECT_EQ(::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset)),
+            static_cast<ssize_t>(bytes.size()));
+  ::close(fd);
+}
+
+class VhdxInteropTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!Have("qemu-img") || !Have("qemu-io"))
+      GTEST_SKIP() << "qemu-img and qemu-io are missing (Debian qemu-utils; scripts/install-deps.sh)";
+  }
+
+  void Run(const std::string& command) {
+    const Outcome run = Shell(command);
+    ASSERT_EQ(run.status, 0) << command << "\n" << run.output;
+  }
+
+  // Writes `pattern` through qemu-io and into the expected image alike.
+  void QemuWrite(const std::string& path, const char* format, std::string& expected, std::uint64_t offset,
+                 std::uint64_t length, int pattern) {
+    Run("qemu-io -f " + std::string(format) + " -c 'write -q -P " + std::to_string(pattern) + " " +
+        std::to_string(offset) + " " + std::to_string(length) + "' " + path);
+    std::fill_n(expected.begin() + static_cast<std::ptrdiff_t>(offset), length, static_cast<char>(pattern));
+  }
+
+  // vrig's export and qemu's conversion of `path` both equal `expected`.
+  void ExpectBothRead(const std::string& path, const std::string& expectedFile, bool qemuReadsIt = true) {
+    const std::string ours = dir.Join("ours.raw"), theirs = dir.Join("theirs.raw");
+    std::remove(ours.c_str());
+    const Outcome exported = Vrig("export " + path + " " + ours);
+    ASSERT_EQ(exported.status, 0) << exported.output;
+    EXPECT_TRUE(SameFiles(ours, expectedFile)) << "vrig's export of " << path;
+    if (!qemuReadsIt) return;
+    Run("qemu-img convert -f vhdx -O raw " + path + " " + theirs);
+    EXPECT_TRUE(SameFiles(theirs, expectedFile)) << "qemu's conversion of " << path;
+  }
+
+  HostTest::TempDir dir;
+};
+
+TEST_F(VhdxInteropTest, FilesQemuMadeExportAsQemuReadsThem) {
+  struct Shape {
+    const char* name;
+    const char* options;
+    std::uint64_t size;  // not a multiple of the block size
+    std::uint64_t blockSize;
+    const char* type;
+    bool converted;  // made by qemu-img convert from a raw image
+  };
+  const Shape shapes[] = {
+      {"default", "", 21 * kMiB + 1536, 8 * kMiB, "dynamic", false},
+      {"block1m", "-o block_size=1M", 13 * kMiB + 4096, kMiB, "dynamic", false},
+      {"block256m", "-o block_size=256M", 300 * kMiB, 256 * kMiB, "dynamic", false},
+      {"fixed", "-o subformat=fixed", 9 * kMiB + 1024, 8 * kMiB, "fixed", false},
+      {"converted1m", "-o block_size=1M", 11 * kMiB + 512, kMiB, "dynamic", true},
+      {"convertedfixed", "-o subformat=fixed", 10 * kMiB + 2048, 8 * kMiB, "fixed", true},
+  };
+  for (const Shape& shape : shapes) {
+    SCOPED_TRACE(shape.name);
+    const std::string vhdx = dir.Join(std::string(shape.name) + ".vhdx");
+    const std::string image = dir.Join(std::string(shape.name) + ".raw");
+    std::string expected(shape.size, '\0');
+    // Data at the start, across the first block boundary, inside a later
+    // block, and in the last sector.
+    const std::string target = shape.converted ? image : vhdx;
+    const char* format = shape.converted ? "raw" : "vhdx";
+    if (shape.converted) {
+      WriteBytes(image, std::string());
+      ASSERT_EQ(::truncate(image.c_str(), static_cast<off_t>(shape.size)), 0);
+    } else {
+      Run("qemu-img create -q -f vhdx " + std::string(shape.options) + " " + vhdx + " " + std::to_string(shape.size));
+    }
+    QemuWrite(target, format, expected, 0, 4096, 0x11);
+    QemuWrite(target, format, expected, std::min(shape.blockSize, shape.size / 2) - 1536, 5120, 0x22);
+    QemuWrite(target, format, expected, shape.size / 3 / 512 * 512 + 3584, 7 * 512, 0x33);
+    QemuWrite(target, format, expected, shape.size - 512, 512, 0x44);
+    if (shape.converted)
+      Run("qemu-img convert -f raw -O vhdx " + std::string(shape.options) + " " + image + " " + vhdx);
+    WriteBytes(image, expected);
+    ExpectBothRead(vhdx, image);
+
+    const Outcome info = Vrig("info " + vhdx);
+    ASSERT_EQ(info.status, 0) << info.output;
+    EXPECT_EQ(Field(info.output, "type: "), shape.type);
+    EXPECT_EQ(Field(info.output, "virtual size: "), std::to_string(shape.size));
+    EXPECT_EQ(Field(info.output, "block size: "), std::to_string(shape.blockSize));
+    EXPECT_EQ(Field(info.output, "log replayed: "), "no");
+  }
+}
+
+TEST_F(VhdxInteropTest, WritesThroughVrigAreWhatQemuAndVrigReadBack) {
+  struct Case {
+    const char* name;
+    std::uint64_t size;
+    std::uint32_t sectorSize;
+    std::uint64_t blockSize;
+    bool qemuMade;  // else vrig made it
+  };
+  // qemu opens only files of 512-byte sectors: the 4096 one is checked
+  // against the expected image alone.
+  const Case cases[] = {{"qemu1m", 20 * kMiB + 1536, 512, kMiB, true},
+                        {"vrig512", 18 * kMiB + 2560, 512, 4 * kMiB, false},
+                        {"vrig4096", 14 * kMiB + 8192, 4096, 4 * kMiB, false}};
+  std::mt19937_64 random(20261121);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string vhdx = dir.Join(std::string(c.name) + ".vhdx");
+    std::string expected(c.size, '\0');
+    if (c.qemuMade) {
+      Run("qemu-img create -q -f vhdx -o block_size=1M " + vhdx + " " + std::to_string(c.size));
+      QemuWrite(vhdx, "vhdx", expected, 2 * kMiB, 64 * 1024, 0x5A);
+    } else {
+      Run(VRIG_PATH " vhdx create " + vhdx + " " + std::to_string(c.size) + " --sector-size " +
+          std::to_string(c.sectorSize));
+    }
+    const std::uint64_t sectors = c.size / c.sectorSize;
+    const std::uint64_t perBlock = c.blockSize / c.sectorSize;
+    const std::uint64_t blocks = (sectors + perBlock - 1) / perBlock;
+    auto upTo = [&](std::uint64_t n) { return random() % n; };
+    for (int i = 0; i < 15; ++i) {
+      std::uint64_t first = 0, count = 1;
+      switch (i % 5) {
+        case 0:  // somewhere, often in a block nothing was written to yet
+          first = upTo(sectors);
+          count = 1 + upTo(std::min<std::uint64_t>(64, sectors - first));
+          break;
+        case 1:  // inside a block written before, mostly the same block
+          first = (i - 1) < 5 ? 2 * kMiB / c.sectorSize + upTo(16) : upTo(sectors / 2);
+          count = 1 + upTo(8);
+          break;
+        case 2: {  // across a block boundary
+          const std::uint64_t boundary = (1 + upTo(blocks - 1)) * perBlock;
+          first = boundary - 1 - upTo(8);
+          count = std::min(sectors - first, boundary - first + 1 + upTo(8));
+          break;
+        }
+        case 3:  // over several blocks, from the middle of one
+          first = upTo(sectors / 4);
+          count = std::min(sectors - first, 2 * perBlock + upTo(perBlock));
+          break;
+        default:  // the last sectors
+          count = 1 + upTo(3);
+          first = sectors - count;
+      }
+      const std::string data = RandomBytes(random, count * c.sectorSize);
+      const std::string input = dir.Join("input");
+      WriteBytes(input, data);
+      const Outcome wrote = Vrig("write " + vhdx + " " + std::to_string(first) + " < " + input);
+      ASSERT_EQ(wrote.status, 0) << wrote.output;
+      expected.replace(first * c.sectorSize, data.size(), data);
+    }
+    const std::string expectedFile = dir.Join(std::string(c.name) + ".expected");
+    WriteBytes(expectedFile, expected);
+    if (c.qemuMade || c.sectorSize == 512) {
+      const Outcome check = Shell("qemu-img check -f vhdx " + vhdx);
+      EXPECT_EQ(check.status, 0) << check.output;
+      EXPECT_NE(check.output.find("No errors were found"), std::string::npos) << check.output;
+    }
+    ExpectBothRead(vhdx, expectedFile, c.sectorSize == 512);
+
+    // A read that starts and ends inside blocks gives those bytes alone.
+    const std::uint64_t first = perBlock - 3, count = perBlock + 6;
+    const std::string out = dir.Join("read.out");
+    ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " " + std::to_string(first) + " " + std::to_string(count) +
+                    " > " + out).status, 0);
+    EXPECT_TRUE(ReadBytes(out) == expected.substr(first * c.sectorSize, count * c.sectorSize));
+  }
+}
+
+TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
+  const bool haveVhdiinfo = Have("vhdiinfo");
+  struct Case {
+    std::string size;
+    std::uint64_t bytes;
+    std::uint32_t sectorSize;
+  };
+  const Case cases[] = {{"10M", 10 * kMiB, 512},
+                        {"4198912", 4 * kMiB + 4608, 512},  // one sector past four blocks and a bit
+                        {"64M", 64 * kMiB, 4096},
+                        {"12292K", 12 * kMiB + 4096, 4096}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.size + " " + std::to_string(c.sectorSize));
+    const std::string vhdx = dir.Join(c.size + "-" + std::to_string(c.sectorSize) + ".vhdx");
+    const Outcome made = Vrig("create " + vhdx + " " + c.size + " --sector-size " + std::to_string(c.sectorSize));
+    ASSERT_EQ(made.status, 0) << made.output;
+    const Outcome info = Vrig("info " + vhdx);
+    ASSERT_EQ(info.status, 0) << info.output;
+    EXPECT_EQ(Field(info.output, "virtual size: "), std::to_string(c.bytes));
+    EXPECT_EQ(Field(info.output, "logical sector size: "), std::to_string(c.sectorSize));
+
+    if (c.sectorSize == 512) {
+      const Outcome check = Shell("qemu-img check -f vhdx " + vhdx);
+      EXPECT_EQ(check.status, 0) << check.output;
+      const Outcome qinfo = Shell("qemu-img info -f vhdx --output=json " + vhdx);
+      EXPECT_EQ(Field(qinfo.output, "\"virtual-size\": "), std::to_string(c.bytes) + ",") << qinfo.output;
+      EXPECT_EQ(Field(qinfo.output, "\"cluster-size\": "), "4194304,") << qinfo.output;
+    }
+    if (!haveVhdiinfo) continue;
+    // This vhdiinfo shows no block size; qemu's cluster size stands for it.
+    const Outcome theirs = Shell("vhdiinfo " + vhdx);
+    ASSERT_EQ(theirs.status, 0) << theirs.output;
+    EXPECT_EQ(Field(theirs.output, "Disk type\t\t: "), "Dynamic");
+    EXPECT_NE(Field(theirs.output, "Media size\t\t: ").find("(" + std::to_string(c.bytes) + " bytes)"),
+              std::string::npos) << theirs.output;
+    EXPECT_EQ(Field(theirs.output, "Bytes per sector\t: "), std::to_string(c.sectorSize) + " bytes");
+    // Its identifier is the data write GUID.
+    std::string guid = Field(info.output, "data write guid: ");
+    std::transform(guid.begin(), guid.end(), guid.begin(), [](unsigned char ch) { return std::tolower(ch); });
+    EXPECT_EQ(Field(theirs.output, "Identifier\t\t: "), guid);
+  }
+}
+
+TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
+  // Data at places no hole or zero run is aligned to, and a partial last
+  // sector, which the container pads with zeros.
+  const std::string raw = dir.Join("disk.raw");
+  const std::uint64_t size = 9 * kMiB + 1000;
+  WriteBytes(raw, std::string());
+  ASSERT_EQ(::truncate(raw.c_str(), static_cast<off_t>(size)), 0);
+  std::mt19937_64 random(7);
+  std::string expected(size, '\0');
+  for (const auto& [offset, length] : std::vector<std::pair<std::uint64_t, std::uint64_t>>{
+           {0, 512}, {4096 * 37, 20000}, {4 * kMiB - 100, 300}, {5 * kMiB + 65536, 3 * kMiB}, {size - 700, 700}}) {
+    const std::string data = RandomBytes(random, length);
+    WriteAt(raw, offset, data);
+    expected.replace(offset, length, data);
+  }
+  for (std::uint32_t sectorSize : {512u, 4096u}) {
+    SCOPED_TRACE(sectorSize);
+    const std::string vhdx = dir.Join("imported" + std::to_string(sectorSize) + ".vhdx");
+    const Outcome imported = Vrig("import " + raw + " " + vhdx + " --sector-size " + std::to_string(sectorSize));
+    ASSERT_EQ(imported.status, 0) << imported.output;
+    EXPECT_NE(imported.output.find("bytes/s)"), std::string::npos) << imported.output;
+    const std::string padded = dir.Join("padded.raw");
+    WriteBytes(padded, expected + std::string((sectorSize - size % sectorSize) % sectorSize, '\0'));
+    ExpectBothRead(vhdx, padded, sectorSize == 512);
+    if (sectorSize == 512) {
+      EXPECT_EQ(Shell("qemu-img check -f vhdx " + vhdx).status, 0);
+    }
+
+    // Neither direction replaces a file that is there.
+    const Outcome again = Vrig("import " + raw + " " + vhdx);
+    EXPECT_EQ(again.status, 1) << again.output;
+    const Outcome over = Vrig("export " + vhdx + " " + raw);
+    EXPECT_EQ(over.status, 1) << over.output;
+    EXPECT_TRUE(ReadBytes(raw) == expected);
+
+    EXPECT_EQ(Vrig("rm " + vhdx).status, 0);
+    EXPECT_FALSE(HostTest::Exists(vhdx));
+  }
+}
+
+TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
+  const std::string missing = dir.Join("missing.vhdx");
+  const Outcome gone = Vrig("info " + missing);
+  EXPECT_EQ(gone.status, 1);
+  EXPECT_NE(gone.output.find("missing.vhdx"), std::string::npos) << gone.output;
+  EXPECT_NE(gone.output.find("Specified file does not exist."), std::string::npos) << gone.output;
+  EXPECT_EQ(Vrig("rm " + missing).status, 1);
+
+  const std::string text = dir.Join("notes.vhdx");
+  WriteBytes(text, std::string(2 * kMiB, 'x'));
+  const Outcome foreign = Vrig("export " + text + " " + dir.Join("out.raw"));
+  EXPECT_EQ(foreign.status, 1);
+  EXPECT_NE(foreign.output.find("Unknown format of the virtual disk."), std::string::npos) << foreign.output;
+  EXPECT_FALSE(HostTest::Exists(dir.Join("out.raw")));
+
+  const std::string vhdx = dir.Join("small.vhdx");
+  ASSERT_EQ(Vrig("create " + vhdx + " 1M").status, 0);
+  EXPECT_EQ(Vrig("create " + dir.Join("odd.vhdx") + " 1000").status, 2);
+  EXPECT_EQ(Vrig("create " + dir.Join("odd.vhdx") + " 6K --sector-size 4096").status, 2);
+  EXPECT_FALSE(HostTest::Exists(dir.Join("odd.vhdx")));
+  EXPECT_EQ(Vrig("create " + vhdx + " 2M").status, 1);
+
+  // Whole sectors are written, the partial one at the end is refused.
+  const std::string input = dir.Join("input");
+  WriteBytes(input, std::string(512, 'a') + std::string(100, 'b'));
+  const Outcome partial = Vrig("write " + vhdx + " 4 < " + input);
+  EXPECT_EQ(partial.status, 1);
+  EXPECT_NE(partial.output.find("100 bytes"), std::string::npos) << partial.output;
+  // Past the end nothing is written.
+  WriteBytes(input, std::string(1024, 'c'));
+  EXPECT_EQ(Vrig("write " + vhdx + " 2047 < " + input).status, 1);
+  EXPECT_EQ(Vrig("read " + vhdx + " 2047 2").status, 1);
+  const std::string out = dir.Join("read.out");
+  ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " 3 3 > " + out).status, 0);
+  EXPECT_TRUE(ReadBytes(out) == std::string(512, '\0') + std::string(512, 'a') + std::string(512, '\0'));
+  ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " 2047 1 > " + out).status, 0);
+  EXPECT_TRUE(ReadBytes(out) == std::string(512, '\0'));
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+// Helpers of the vrig vhdx commands (paths, numbers, zeros, progress); for tools/vrig only.
+#include "vhdx_access.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+#include "cli.h"
+#include "vellumrig/host.h"
+
+namespace vrig {
+
+Place PlaceOf(const std::string& path, bool readOnly) {
+  const std::u16string full = Absolute(path);
+  const std::size_t slash = full.rfind(u'/');
+  const std::u16string folder = slash == 0 ? u"/" : full.substr(0, slash);
+  return {Host::OpenFolder(folder, readOnly), full.substr(slash + 1)};
+}
+
+bool PathExists(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
+std::uint64_t ParseNumber(const std::string& text, const std::string& what) {
+  if (text.empty() || text.size() > 19) throw UsageError{"not a number for " + what + ": '" + text + "'"};
+  std::uint64_t value = 0;
+  for (char c : text) {
+    if (!std::isdigit(static_cast<unsigned char>(c)))
+      throw UsageError{"not a number for " + what + ": '" + text + "'"};
+    value = value * 10 + static_cast<std::uint64_t>(c - '0');
+  }
+  return value;
+}
+
+std::uint64_t ParseSize(const std::string& text) {
+  std::string digits = text;
+  unsigned shift = 0;
+  if (!digits.empty()) {
+    switch (std::toupper(static_cast<unsigned char>(digits.back()))) {
+      case 'K': shift = 10; break;
+      case 'M': shift = 20; break;
+      case 'G': shift = 30; break;
+      case 'T': shift = 40; break;
+      default: break;
+    }
+    if (shift) digits.pop_back();
+  }
+  const std::uint64_t value = ParseNumber(digits, "the size");
+  if (shift && value > (UINT64_MAX >> shift)) throw UsageError{"size too large: " + text};
+  return value << shift;
+}
+
+bool IsZero(const std::uint8_t* data, std::size_t size) {
+  std::size_t i = 0;
+  for (; i + 8 <= size; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, data + i, 8);
+    if (word) return false;
+  }
+  for (; i < size; ++i)
+    if (data[i]) return false;
+  return true;
+}
+
+Progress::Progress(std::uint64_t total)
+    : total_(total), terminal_(::isatty(STDERR_FILENO) == 1), start_(std::chrono::steady_clock::now()),
+      shown_(start_) {}
+
+void Progress::Advance(std::uint64_t done) {
+  if (!terminal_) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (done < total_ && now - shown_ < std::chrono::milliseconds(100)) return;
+  shown_ = now;
+  constexpr int kWidth = 40;
+  const int filled = total_ ? static_cast<int>(done * kWidth / total_) : kWidth;
+  const unsigned percent = total_ ? static_cast<unsigned>(done * 100 / total_) : 100;
+  std::fprintf(stderr, "\r[%-*s] %3u%%", kWidth, std::string(static_cast<std::size_t>(filled), '#').c_str(),
+               percent);
+  std::fflush(stderr);
+}
+
+void Progress::Finish() {
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  if (terminal_) std::fputs("\r\033[K", stderr);
+  const double rate = seconds > 0 ? static_cast<double>(total_) / seconds : 0;
+  std::fprintf(stderr, "%llu bytes in %.3f s (%.0f bytes/s)\n", static_cast<unsigned long long>(total_),
+               seconds, rate);
+}
+
+}  // namespace vrig

@@ -1,0 +1,277 @@
+// vrig vhdx: containers through the engine linked into vrig (not through
+// the loaded module, whose one export serves machines only).
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+#include <vector>
+
+#include "cli.h"
+#include "common/guid.h"
+#include "vhdx/create.h"
+#include "vhdx/disk.h"
+#include "vhdx/disk_deleter.h"
+#include "vhdx/disk_file_hierarchy.h"
+#include "vhdx/format.h"
+#include "vhdx_access.h"
+#include "vhdx_commands.h"
+
+namespace vrig {
+namespace {
+
+namespace Format = Vhdx::Format;
+
+// The largest virtual disk the format describes.
+constexpr std::uint64_t kMaxVirtualSize = std::uint64_t{64} << 40;
+
+const char* ItemName(const Vhdx::MetadataDescriptor& item) {
+  if (item.IsUser()) return "";
+  struct Known {
+    const Common::Guid& Id;
+    const char* Name;
+  };
+  static const Known known[] = {{Format::kFileParametersItem, "file parameters"},
+                                {Format::kVirtualDiskSizeItem, "virtual disk size"},
+                                {Format::kPage83DataItem, "page 83 data"},
+                                {Format::kLogicalSectorSizeItem, "logical sector size"},
+                                {Format::kPhysicalSectorSizeItem, "physical sector size"},
+                                {Format::kParentLocatorItem, "parent locator"}};
+  for (const Known& k : known)
+    if (k.Id == item.Id) return k.Name;
+  return "";
+}
+
+std::string FlagsText(std::uint32_t flags) {
+  std::string text;
+  auto add = [&](std::uint32_t bit, const char* name) {
+    if (flags & bit) text += std::string(text.empty() ? "" : ",") + name;
+  };
+  add(Format::kMetadataIsUser, "user");
+  add(Format::kMetadataIsVirtualDisk, "virtual-disk");
+  add(Format::kMetadataIsRequired, "required");
+  return text.empty() ? "-" : text;
+}
+
+// Records every item of every file of the chain, in the order read: the
+// top file first, then each parent. Unknown items that readers must
+// understand are left to the engine's policy, so that info refuses what
+// every other open refuses.
+class RecordingConsumer : public Vhdx::SelectiveMetadataConsumer {
+ public:
+  struct Item {
+    Vhdx::MetadataDescriptor Descriptor;
+    std::uint32_t Size;
+  };
+
+  bool CanConsume(const Vhdx::MetadataDescriptor& descriptor) const override {
+    return !descriptor.IsRequired() || *ItemName(descriptor);
+  }
+  void Consume(const Vhdx::MetadataDescriptor& descriptor, const std::uint8_t*, std::uint32_t size) override {
+    items.push_back({descriptor, size});
+  }
+
+  std::vector<Item> items;
+};
+
+const char* TypeName(std::uint32_t type) {
+  switch (type) {
+    case Vhdx::kFixedFile: return "fixed";
+    case Vhdx::kDynamicFile: return "dynamic";
+    case Vhdx::kDifferencingFile: return "differencing";
+    default: return "unknown";
+  }
+}
+
+std::uint32_t SectorSizeOption(std::vector<std::string>& args) {
+  std::uint32_t size = 512;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] != "--sector-size") continue;
+    if (i + 1 == args.size()) throw UsageError{"--sector-size needs 512 or 4096"};
+    if (args[i + 1] == "512") size = 512;
+    else if (args[i + 1] == "4096") size = 4096;
+    else throw UsageError{"--sector-size must be 512 or 4096, not " + args[i + 1]};
+    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+    --i;
+  }
+  return size;
+}
+
+void Need(const std::vector<std::string>& args, std::size_t count, const char* form) {
+  if (args.size() != count) throw UsageError{std::string("usage: vrig vhdx ") + form};
+}
+
+int Create(std::vector<std::string> args) {
+  const std::uint32_t sectorSize = SectorSizeOption(args);
+  Need(args, 2, "create <file> <size>[K|M|G|T] [--sector-size 512|4096]");
+  const std::uint64_t size = ParseSize(args[1]);
+  if (size == 0 || size % sectorSize)
+    throw UsageError{"the size must be a non-zero multiple of the sector size (" + std::to_string(sectorSize) + ")"};
+  if (size > kMaxVirtualSize) throw UsageError{"the size must not exceed 64T"};
+  RefuseExisting(args[0]);
+  Place place = PlaceOf(args[0], false);
+  Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {size, sectorSize});
+  return 0;
+}
+
+void PrintItems(const std::vector<RecordingConsumer::Item>& items, std::size_t count) {
+  std::printf("metadata items:\n");
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& item = items[i];
+    std::printf("  %s  flags %u (%s)  %u bytes%s%s\n", Common::GuidToString(item.Descriptor.Id).c_str(),
+                item.Descriptor.Flags, FlagsText(item.Descriptor.Flags).c_str(), item.Size,
+                *ItemName(item.Descriptor) ? "  " : "", ItemName(item.Descriptor));
+  }
+}
+
+int Info(std::vector<std::string> args) {
+  Need(args, 1, "info <file>");
+  Place place = PlaceOf(args[0], true);
+  RecordingConsumer recorder;
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, recorder, false);
+  Vhdx::DiskFileHierarchy& top = disk.GetTop();
+
+  // The parents' items follow the top file's; opening the parent alone
+  // tells how many are theirs.
+  std::size_t own = recorder.items.size();
+  if (const Vhdx::DiskFileHierarchy* parent = top.GetParent()) {
+    Place above = PlaceOf(Narrow(parent->GetFullName()), true);
+    RecordingConsumer rest;
+    Vhdx::DiskImpl chain(*above.Folder, above.Name, rest, false);
+    own -= std::min(own, rest.items.size());
+  }
+
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  const Vhdx::WriteGuids guids = top.GetWriteGuids();
+  const Vhdx::BlockCensus census = top.CountBlocks();
+  std::printf("file: %s\n", Narrow(top.GetFullName()).c_str());
+  std::printf("type: %s\n", TypeName(top.GetFileType()));
+  std::printf("virtual size: %llu\n", static_cast<unsigned long long>(parameters.VirtualSize));
+  std::printf("logical sector size: %u\n", parameters.LogicalSectorSize);
+  std::printf("block size: %u\n", top.GetLayout().BlockSize);
+  std::printf("data write guid: %s\n", Common::GuidToString(guids.DataWriteGuid).c_str());
+  std::printf("file write guid: %s\n", Common::GuidToString(guids.FileWriteGuid).c_str());
+  std::printf("log replayed: %s\n", top.IsLogReplayed() ? "yes" : "no");
+  std::printf("blocks: %llu\n", static_cast<unsigned long long>(census.Blocks));
+  std::printf("fully present blocks: %llu\n", static_cast<unsigned long long>(census.FullyPresent));
+  std::printf("partially present blocks: %llu\n", static_cast<unsigned long long>(census.PartiallyPresent));
+  const struct {
+    const char* name;
+    std::uint64_t count;
+  } others[] = {{"zero blocks", census.Zero},
+                {"unmapped blocks", census.Unmapped},
+                {"undefined blocks", census.Undefined},
+                {"blocks in unknown states", census.Unknown},
+                {"sector bitmap blocks", census.SectorBitmaps}};
+  for (const auto& other : others)
+    if (other.count) std::printf("%s: %llu\n", other.name, static_cast<unsigned long long>(other.count));
+  PrintItems(recorder.items, own);
+  const Vhdx::ParentLocatorEntryList entries = top.GetParentLocatorEntries();
+  if (!entries.empty()) {
+    std::printf("parent locator:\n");
+    for (const auto& entry : entries)
+      std::printf("  %s = %s\n", Narrow(entry.Key).c_str(), Narrow(entry.Value).c_str());
+  }
+  if (top.GetParent()) {
+    std::printf("parents:\n");
+    for (const Vhdx::DiskFileHierarchy* p = top.GetParent(); p; p = p->GetParent())
+      std::printf("  %s\n", Narrow(p->GetFullName()).c_str());
+  }
+  return 0;
+}
+
+// The sector count of a disk, and a refusal of ranges past it.
+std::uint64_t CheckRange(Vhdx::Disk& disk, std::uint64_t first, std::uint64_t count) {
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  const std::uint64_t sectors = parameters.VirtualSize / parameters.LogicalSectorSize;
+  if (first > sectors || count > sectors - first)
+    throw std::runtime_error("sectors " + std::to_string(first) + " to " + std::to_string(first + count) +
+                             " reach past the end of the disk (" + std::to_string(sectors) + " sectors)");
+  return sectors;
+}
+
+int Read(std::vector<std::string> args) {
+  Need(args, 3, "read <file> <first sector> <count>");
+  const std::uint64_t first = ParseNumber(args[1], "the first sector");
+  const std::uint64_t count = ParseNumber(args[2], "the count");
+  Place place = PlaceOf(args[0], true);
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
+  CheckRange(disk, first, count);
+  const std::uint32_t sectorSize = disk.GetDiskParameters().LogicalSectorSize;
+  std::vector<std::uint8_t> buffer(kTransferBytes);
+  const std::uint64_t step = kTransferBytes / sectorSize;
+  for (std::uint64_t done = 0; done < count;) {
+    const std::uint64_t n = std::min(step, count - done);
+    disk.Read(first + done, n, buffer.data());
+    if (std::fwrite(buffer.data(), sectorSize, n, stdout) != n) throw std::runtime_error("cannot write the output");
+    done += n;
+  }
+  if (std::fflush(stdout) != 0) throw std::runtime_error("cannot write the output");
+  return 0;
+}
+
+int Write(std::vector<std::string> args) {
+  Need(args, 2, "write <file> <first sector>");
+  std::uint64_t sector = ParseNumber(args[1], "the first sector");
+  Place place = PlaceOf(args[0], false);
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
+  const std::uint32_t sectorSize = disk.GetDiskParameters().LogicalSectorSize;
+  CheckRange(disk, sector, 0);
+  std::vector<std::uint8_t> buffer(kTransferBytes);
+  for (;;) {
+    std::size_t got = 0;
+    while (got < buffer.size()) {
+      const std::size_t n = std::fread(buffer.data() + got, 1, buffer.size() - got, stdin);
+      if (n == 0) break;
+      got += n;
+    }
+    if (std::ferror(stdin)) throw std::runtime_error("cannot read the input");
+    const std::uint64_t whole = got / sectorSize;
+    if (whole) {
+      CheckRange(disk, sector, whole);
+      disk.Write(sector, whole, buffer.data());
+      sector += whole;
+    }
+    if (got % sectorSize)
+      throw std::runtime_error("the input ends in " + std::to_string(got % sectorSize) +
+                               " bytes that make no whole sector of " + std::to_string(sectorSize) +
+                               "; they were not written");
+    if (got < buffer.size()) return 0;
+  }
+}
+
+int Remove(std::vector<std::string> args) {
+  Need(args, 1, "rm <file>");
+  Place place = PlaceOf(args[0], false);
+  Vhdx::DiskDeleter::Delete(*place.Folder, place.Name);
+  return 0;
+}
+
+}  // namespace
+
+void RefuseExisting(const std::string& path) {
+  if (PathExists(path)) throw std::runtime_error("'" + path + "' exists; vrig does not overwrite files");
+}
+
+int VhdxCommand(const std::vector<std::string>& args) {
+  if (args.empty()) throw UsageError{"vhdx needs a command"};
+  const std::string& what = args[0];
+  std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (what == "create") return Create(std::move(rest));
+  if (what == "info") return Info(std::move(rest));
+  if (what == "read") return Read(std::move(rest));
+  if (what == "write") return Write(std::move(rest));
+  if (what == "import") {
+    const std::uint32_t sectorSize = SectorSizeOption(rest);
+    Need(rest, 2, "import <raw image> <new vhdx> [--sector-size 512|4096]");
+    return Import(rest[0], rest[1], sectorSize);
+  }
+  if (what == "export") {
+    Need(rest, 2, "export <vhdx> <raw image>");
+    return Export(rest[0], rest[1]);
+  }
+  if (what == "rm") return Remove(std::move(rest));
+  throw UsageError{"unknown vhdx command: " + what};
+}
+
+}  // namespace vrig

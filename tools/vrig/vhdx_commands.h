@@ -1,0 +1,22 @@
+// The vrig vhdx command family, which works through the engine linked into
+// vrig. For tools/vrig only: main dispatches to VhdxCommand.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vrig {
+
+// `args` follow "vhdx": the subcommand and its arguments.
+int VhdxCommand(const std::vector<std::string>& args);
+
+// A raw image into a new dynamic container, and a container out to a new
+// raw image; both skip zeros and report their rate on standard error.
+int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize);
+int Export(const std::string& vhdx, const std::string& raw);
+
+// Throws when `path` exists: vrig makes new files only.
+void RefuseExisting(const std::string& path);
+
+}  // namespace vrig

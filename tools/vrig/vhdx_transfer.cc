@@ -1,0 +1,177 @@
+// vrig vhdx import and export: whole images between a raw file and a
+// container, in large runs, with zeros left out on both sides.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+#include "cli.h"
+#include "vhdx/create.h"
+#include "vhdx/disk.h"
+#include "vhdx_access.h"
+#include "vhdx_commands.h"
+
+namespace vrig {
+namespace {
+
+[[noreturn]] void Fail(const std::string& what, const std::string& path) {
+  throw std::runtime_error(what + " '" + path + "': " + std::strerror(errno));
+}
+
+class Descriptor {
+ public:
+  Descriptor(int fd, const std::string& path) : fd_(fd), path_(path) {
+    if (fd_ < 0) Fail("cannot open", path_);
+  }
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int Get() const { return fd_; }
+  void Close() {
+    const int fd = fd_;
+    fd_ = -1;
+    if (::close(fd) != 0) Fail("cannot close", path_);
+  }
+
+ private:
+  int fd_;
+  std::string path_;
+};
+
+void ReadFully(int fd, std::uint8_t* data, std::size_t size, std::uint64_t offset, const std::string& path) {
+  while (size) {
+    const ssize_t n = ::pread(fd, data, size, static_cast<off_t>(offset));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) Fail("cannot read", path);
+    if (n == 0) throw std::runtime_error("'" + path + "' became shorter while it was read");
+    data += n;
+    size -= static_cast<std::size_t>(n);
+    offset += static_cast<std::uint64_t>(n);
+  }
+}
+
+void WriteFully(int fd, const std::uint8_t* data, std::size_t size, std::uint64_t offset, const std::string& path) {
+  while (size) {
+    const ssize_t n = ::pwrite(fd, data, size, static_cast<off_t>(offset));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) Fail("cannot write", path);
+    data += n;
+    size -= static_cast<std::size_t>(n);
+    offset += static_cast<std::uint64_t>(n);
+  }
+}
+
+// Removes a half-made target when the transfer fails, so that a retry does
+// not meet it.
+class Unfinished {
+ public:
+  explicit Unfinished(std::string path) : path_(std::move(path)) {}
+  ~Unfinished() {
+    if (!done_) ::unlink(path_.c_str());
+  }
+  void Done() { done_ = true; }
+
+ private:
+  std::string path_;
+  bool done_ = false;
+};
+
+std::uint64_t RoundDown(std::uint64_t value, std::uint64_t grain) { return value / grain * grain; }
+
+// The next stretch of a raw image worth reading from `offset` on: holes
+// the file system knows of are skipped without reading them, which moves
+// `offset` to the data after them. Stretches start and end at the zero
+// grain (or the end of the image), so they stay whole sectors. 0 at the end.
+std::size_t NextStretch(int fd, std::uint64_t& offset, std::uint64_t size) {
+  const off_t data = ::lseek(fd, static_cast<off_t>(offset), SEEK_DATA);
+  if (data < 0 && errno == ENXIO) return 0;  // only a hole is left
+  std::uint64_t end = offset + kTransferBytes;
+  if (data >= 0) {
+    offset = std::max(offset, RoundDown(static_cast<std::uint64_t>(data), kZeroGrain));
+    const off_t hole = ::lseek(fd, data, SEEK_HOLE);
+    if (hole > 0)
+      end = std::min(offset + kTransferBytes,
+                     RoundDown(static_cast<std::uint64_t>(hole) + kZeroGrain - 1, kZeroGrain));
+  }
+  // Without hole support every byte is read, and zeros are found in memory.
+  return static_cast<std::size_t>(std::min(end, size) - offset);
+}
+
+}  // namespace
+
+int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize) {
+  RefuseExisting(vhdx);
+  Descriptor in(::open(raw.c_str(), O_RDONLY | O_CLOEXEC), raw);
+  struct stat st;
+  if (::fstat(in.Get(), &st) != 0) Fail("cannot read", raw);
+  const auto size = static_cast<std::uint64_t>(st.st_size);
+  if (size == 0) throw std::runtime_error("'" + raw + "' is empty");
+  ::posix_fadvise(in.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  const std::uint64_t virtualSize = (size + sectorSize - 1) / sectorSize * sectorSize;
+
+  Unfinished target(vhdx);
+  Place place = PlaceOf(vhdx, false);
+  Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {virtualSize, sectorSize});
+  {
+    Vhdx::OnlyCheckingMetadataConsumer consumer;
+    Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
+    std::vector<std::uint8_t> buffer(kTransferBytes);
+    Progress progress(virtualSize);
+    for (std::uint64_t offset = 0; offset < size;) {
+      const std::size_t n = NextStretch(in.Get(), offset, size);
+      if (n == 0) break;
+      ReadFully(in.Get(), buffer.data(), n, offset, raw);
+      // The image's last sector may be partial: the rest of it reads zeros.
+      const std::size_t padded = (n + sectorSize - 1) / sectorSize * sectorSize;
+      std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(n), buffer.begin() + static_cast<std::ptrdiff_t>(padded), 0);
+      // A new dynamic file reads zeros where nothing was written.
+      ForEachDataRun(buffer.data(), padded, [&](std::size_t at, std::size_t length) {
+        disk.Write((offset + at) / sectorSize, length / sectorSize, buffer.data() + at);
+      });
+      offset += n;
+      progress.Advance(offset);
+    }
+    progress.Finish();
+  }
+  target.Done();
+  return 0;
+}
+
+int Export(const std::string& vhdx, const std::string& raw) {
+  RefuseExisting(raw);
+  Place place = PlaceOf(vhdx, true);
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+
+  Descriptor out(::open(raw.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666), raw);
+  Unfinished target(raw);
+  std::vector<std::uint8_t> buffer(kTransferBytes);
+  Progress progress(parameters.VirtualSize);
+  for (std::uint64_t offset = 0; offset < parameters.VirtualSize; offset += kTransferBytes) {
+    const std::size_t n =
+        static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, parameters.VirtualSize - offset));
+    disk.Read(offset / parameters.LogicalSectorSize, n / parameters.LogicalSectorSize, buffer.data());
+    // Zeros become holes; the final size below gives the tail its length.
+    ForEachDataRun(buffer.data(), n, [&](std::size_t at, std::size_t length) {
+      WriteFully(out.Get(), buffer.data() + at, length, offset + at, raw);
+    });
+    progress.Advance(offset + n);
+  }
+  if (::ftruncate(out.Get(), static_cast<off_t>(parameters.VirtualSize)) != 0) Fail("cannot set the size of", raw);
+  out.Close();
+  progress.Finish();
+  target.Done();
+  return 0;
+}
+
+}  // namespace vrig
