@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/at_end_of_file_allocator.h"
@@ -24,6 +23,9 @@
 #include "vhdx/writeable_file.h"
 
 namespace {
+
+using HostTest::JsonNumber;
+using HostTest::Shell;
 
 using namespace Vhdx;
 using VhdxTest::CodeOf;
@@ -364,31 +366,15 @@ TEST_F(MetadataTest, FiltersHideItemsFromReadersAndRefuseThemToWriters) {
 
 // --- Containers made by qemu-img, whose reports are the oracle.
 
-std::pair<int, std::string> Shell(const std::string& command) {
-  std::string output;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  char buffer[4096];
-  for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-    output.append(buffer, n);
-  const int status = pipe ? ::pclose(pipe) : -1;
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
-
-std::uint64_t JsonNumber(const std::string& json, const std::string& name) {
-  const std::size_t at = json.find("\"" + name + "\":");
-  return at == std::string::npos ? UINT64_MAX
-                                 : std::strtoull(json.c_str() + at + name.size() + 3, nullptr, 10);
-}
-
 class MetadataQemuTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (Shell("command -v qemu-img").first != 0) GTEST_SKIP() << "qemu-img is not installed";
+    if (!HostTest::Have("qemu-img")) GTEST_SKIP() << "qemu-img is not installed";
   }
   std::string Create(const std::string& name, const std::string& options, const std::string& size) {
     const std::string path = dir.Join(name + ".vhdx");
     const auto run = Shell("qemu-img create -q -f vhdx " + options + " " + path + " " + size);
-    EXPECT_EQ(run.first, 0) << run.second;
+    EXPECT_EQ(run.status, 0) << run.output;
     return path;
   }
   // The metadata of the file through the consumers of an open.
@@ -418,7 +404,7 @@ TEST_F(MetadataQemuTest, ValuesAgreeWithQemu) {
   for (const auto& shape : shapes) {
     SCOPED_TRACE(shape[0]);
     const std::string path = Create(shape[0], shape[1], shape[2]);
-    const std::string info = Shell("qemu-img info --output=json " + path).second;
+    const std::string info = Shell("qemu-img info --output=json " + path).output;
     OpenTree tree(checking, false);
     ReadMetadata(path, tree);
     ASSERT_TRUE(tree.logical->GetValue() && tree.physical->GetValue() &&
@@ -466,8 +452,8 @@ TEST_F(MetadataQemuTest, SetAndRemoveKeepQemuSatisfied) {
       file.Flush();
     }
     const auto check = Shell("qemu-img check " + path);
-    EXPECT_EQ(check.first, 0) << check.second;
-    EXPECT_EQ(JsonNumber(Shell("qemu-img info --output=json " + path).second, "virtual-size"),
+    EXPECT_EQ(check.status, 0) << check.output;
+    EXPECT_EQ(JsonNumber(Shell("qemu-img info --output=json " + path).output, "virtual-size"),
               64u << 20);
     Recorder caller;
     caller.accept = [](auto& d) { return d.IsUser() || d.Id == Format::kPage83DataItem; };

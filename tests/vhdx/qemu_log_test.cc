@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/disk.h"
@@ -21,25 +22,11 @@
 
 namespace {
 
+using HostTest::Have;
+using HostTest::Outcome;
+using HostTest::Shell;
+
 namespace Format = Vhdx::Format;
-
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-Outcome Shell(const std::string& command) {
-  Outcome run;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  if (!pipe) return run;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
-  const int status = ::pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
-}
-
-bool Have(const std::string& program) { return Shell("command -v " + program + " >/dev/null").status == 0; }
 
 const std::uint8_t* At(const std::string& bytes, std::uint64_t offset) {
   return reinterpret_cast<const std::uint8_t*>(bytes.data()) + offset;

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/bat_disk_reader.h"
@@ -27,32 +28,13 @@
 
 namespace {
 
+using HostTest::Have;
+using HostTest::JsonNumber;
+using HostTest::Outcome;
+using HostTest::Shell;
+
 namespace Format = Vhdx::Format;
 using VhdxTest::CodeOf;
-
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-Outcome Shell(const std::string& command) {
-  Outcome run;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  if (!pipe) return run;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
-  const int status = ::pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
-}
-
-bool Have(const std::string& program) { return Shell("command -v " + program + " >/dev/null").status == 0; }
-
-// The number after "name": in qemu-img's JSON; UINT64_MAX if absent.
-std::uint64_t JsonNumber(const std::string& json, const std::string& name) {
-  const std::size_t at = json.find("\"" + name + "\":");
-  return at == std::string::npos ? UINT64_MAX : std::strtoull(json.c_str() + at + name.size() + 3, nullptr, 10);
-}
 
 struct Shape {
   const char *name, *options, *size;

@@ -1,8 +1,6 @@
 // A write cut off after each of its file changes in turn: the file must
 // open afterwards, show either the old or the new data in every sector, and
 // (for the files qemu reads) satisfy qemu-img check.
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -10,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/create.h"
@@ -30,15 +29,6 @@ std::string Pattern(std::uint64_t sectors, std::uint8_t seed) {
   std::string data(sectors * kSector, '\0');
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(seed + i / kSector * 3 + i % 251);
   return data;
-}
-
-int QemuCheck(const std::string& path, std::string& output) {
-  FILE* pipe = ::popen(("qemu-img check -f vhdx " + path + " 2>&1").c_str(), "r");
-  if (!pipe) return -1;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
-  const int status = ::pclose(pipe);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 class WriteRecoveryTest : public ::testing::Test {
@@ -107,12 +97,11 @@ class WriteRecoveryTest : public ::testing::Test {
         // GUIDs: this engine takes index 0 (the old header, so the old
         // data), while qemu refuses to choose. Every other cut must satisfy
         // qemu.
-        std::string output;
-        const int status = QemuCheck(dir.Join(copy), output);
+        const HostTest::Outcome check = HostTest::Shell("qemu-img check -f vhdx " + dir.Join(copy));
         if (k == 1) {
-          EXPECT_NE(output.find("No valid VHDX header"), std::string::npos) << output;
+          EXPECT_NE(check.output.find("No valid VHDX header"), std::string::npos) << check.output;
         } else {
-          EXPECT_EQ(status, 0) << output;
+          EXPECT_EQ(check.status, 0) << check.output;
         }
       }
     }
@@ -120,7 +109,7 @@ class WriteRecoveryTest : public ::testing::Test {
 
   HostTest::TempDir dir;
   Vhdx::OnlyCheckingMetadataConsumer consumer;
-  const bool haveQemu = std::system("command -v qemu-img >/dev/null 2>&1") == 0;
+  const bool haveQemu = HostTest::Have("qemu-img");
 };
 
 TEST_F(WriteRecoveryTest, DynamicFileShowsOldOrNewDataAfterEveryCut) {

@@ -15,34 +15,21 @@
 
 #include <gtest/gtest.h>
 
+#include "host/shell.h"
 #include "host/temp_dir.h"
 
 namespace {
+
+using HostTest::Have;
+using HostTest::Outcome;
+using HostTest::Shell;
 
 using HostTest::ReadBytes;
 using HostTest::WriteBytes;
 
 constexpr std::uint64_t kMiB = 1 << 20;
 
-struct Outcome {
-  int status = -1;
-  std::string output;  // standard output and standard error
-};
-
-Outcome Shell(const std::string& command) {
-  Outcome run;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  if (!pipe) return run;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
-  const int status = ::pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
-}
-
 Outcome Vrig(const std::string& arguments) { return Shell("env LANGUAGE=en " VRIG_PATH " vhdx " + arguments); }
-
-bool Have(const std::string& program) { return Shell("command -v " + program + " >/dev/null").status == 0; }
 
 bool SameFiles(const std::string& a, const std::string& b) { return Shell("cmp " + a + " " + b).status == 0; }
 

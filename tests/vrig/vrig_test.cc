@@ -1,30 +1,20 @@
 // vrig as a user runs it.
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "host/shell.h"
+
 namespace {
 
-struct VrigRun {
-  int status;
-  std::string output;  // standard output and standard error
-};
+using VrigRun = HostTest::Outcome;
 
 // Runs vrig with English texts unless `environment` says otherwise.
 VrigRun Vrig(const std::string& arguments, const std::string& environment = "LANGUAGE=en",
              const std::string& folder = ".", const std::string& program = VRIG_PATH) {
-  FILE* pipe = popen(("cd " + folder + " && env " + environment + " " + program + " " + arguments +
-                      " 2>&1").c_str(), "r");
-  VrigRun run{-1, {}};
-  char buffer[4096];
-  for (size_t n; pipe && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
-  const int status = pipe ? pclose(pipe) : -1;
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
+  return HostTest::Shell("cd " + folder + " && env " + environment + " " + program + " " + arguments);
 }
 
 std::string TempFolder() {
