@@ -46,23 +46,25 @@ std::unique_ptr<BlockWriter> NonDifferencingDiskChunkWriter::CreatePartialBlockW
 DifferencingDiskChunkWriter::DifferencingDiskChunkWriter(BatEntry* entries, std::uint32_t chunkRatio,
                                                          std::uint32_t sectorsPerBlock, File& dataFile,
                                                          File& structureFile, std::uint32_t blockSize,
-                                                         const ReservedAreas& reserved)
+                                                         const ReservedAreas& reserved, BitmapCache& cache)
     : ChunkWriter(entries, sectorsPerBlock, dataFile, blockSize, reserved),
-      bitmapStore_(CreateBitmapStore(structureFile, entries[chunkRatio])) {}
+      bitmapStore_(CreateBitmapStore(structureFile, entries[chunkRatio], cache)) {}
 
-std::shared_ptr<BitmapStore> DifferencingDiskChunkWriter::CreateBitmapStore(File& file, BatEntry& entry) const {
+std::shared_ptr<BitmapStore> DifferencingDiskChunkWriter::CreateBitmapStore(File& file, BatEntry& entry,
+                                                                           BitmapCache& cache) const {
   switch (entry.GetState()) {
     case SB_BLOCK_NOT_PRESENT:
-      return std::make_shared<NewBitmapStore>(file, entry);
+      return std::make_shared<NewBitmapStore>(file, entry, cache);
     case SB_BLOCK_PRESENT:
       reserved_.Check(entry.GetFileOffset(), kSectorBitmapBlockSize);
-      return std::make_shared<ExistingBitmapStore>(file, entry);
+      return std::make_shared<ExistingBitmapStore>(file, entry, cache);
     default:
       throw Common::MessageError(VR_SITE, kUnknownBlockState);
   }
 }
 
 std::shared_ptr<Vhd::Bitmap> DifferencingDiskChunkWriter::BlockBitmap(std::uint64_t block) {
+  bitmapStore_->WillChange(block * sectorsPerBlock_, sectorsPerBlock_);
   return bitmapStore_->GetBitmap()->GetSubBitmap(block * sectorsPerBlock_, sectorsPerBlock_);
 }
 

@@ -76,9 +76,10 @@ class NonDifferencingDiskChunkWriter : public ChunkWriter {
 class DifferencingDiskChunkWriter : public ChunkWriter {
  public:
   // The chunk's sector bitmap is kept through `structureFile`.
+  // `cache` carries the chunk's bitmap from one request to the next.
   DifferencingDiskChunkWriter(BatEntry* entries, std::uint32_t chunkRatio, std::uint32_t sectorsPerBlock,
                               File& dataFile, File& structureFile, std::uint32_t blockSize,
-                              const ReservedAreas& reserved);
+                              const ReservedAreas& reserved, BitmapCache& cache);
 
   void Commit() override;
 
@@ -92,7 +93,7 @@ class DifferencingDiskChunkWriter : public ChunkWriter {
 
  private:
   // Raises kUnknownBlockState for a bitmap entry in neither state.
-  std::shared_ptr<BitmapStore> CreateBitmapStore(File& file, BatEntry& entry) const;
+  std::shared_ptr<BitmapStore> CreateBitmapStore(File& file, BatEntry& entry, BitmapCache& cache) const;
   std::shared_ptr<Vhd::Bitmap> BlockBitmap(std::uint64_t block);
 
   std::shared_ptr<BitmapStore> bitmapStore_;

@@ -202,7 +202,7 @@ std::unique_ptr<ChunkWriter> DiskFileImpl::CreateChunkWriter(BatEntry* entries) 
     case kDifferencingFile:
       return std::make_unique<DifferencingDiskChunkWriter>(entries, geometry_.ChunkRatio, geometry_.SectorsPerBlock,
                                                            assembly_->GetDataFile(), assembly_->GetStructureFile(),
-                                                           blockSize_, reserved_);
+                                                           blockSize_, reserved_, bitmapCache_);
     default:
       throw Common::MessageError(VR_SITE, kUnknownFileType);
   }
@@ -214,9 +214,18 @@ void DiskFileImpl::Write(std::uint64_t sector, std::uint64_t count, const void* 
   CheckBound(sector + count - 1);
   CheckBatRoom(sector, count);
 
+  try {
+    WriteChunks(sector, count, static_cast<const std::uint8_t*>(buffer));
+  } catch (...) {
+    // The kept bitmap may hold bits that never reached the file.
+    bitmapCache_.Drop();
+    throw;
+  }
+}
+
+void DiskFileImpl::WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes) {
   const std::shared_ptr<BatArea> area = bat_->Load(sector, count);
   const std::uint64_t entriesPerChunk = std::uint64_t{geometry_.ChunkRatio} + 1;
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
   bool changed = false;
   for (std::uint64_t done = 0; done < count;) {
     const std::uint64_t at = sector + done;

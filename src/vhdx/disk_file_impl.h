@@ -8,6 +8,7 @@
 
 #include "vhdx/bat_area.h"
 #include "vhdx/bat_traits.h"
+#include "vhdx/bitmap_store.h"
 #include "vhdx/disk_file.h"
 #include "vhdx/file_assembly.h"
 #include "vhdx/reserved_areas.h"
@@ -42,6 +43,7 @@ class DiskFileImpl : public DiskFile {
   // Refuses a write whose BAT entries would lie behind the BAT region.
   void CheckBatRoom(std::uint64_t sector, std::uint64_t count) const;
   std::unique_ptr<ChunkWriter> CreateChunkWriter(BatEntry* entries);
+  void WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes);
   void WriteBatArea(const BatArea& area);
   void FindReservedAreas();
   std::unique_ptr<MetadataModifier> CreateModifier();
@@ -59,6 +61,7 @@ class DiskFileImpl : public DiskFile {
   std::unique_ptr<ChunkTraits> chunkTraits_;
   std::unique_ptr<BatAreaLoader> bat_;
   ReservedAreas reserved_;
+  BitmapCache bitmapCache_;
 };
 
 }  // namespace Vhdx
