@@ -1,31 +1,22 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "host/shell.h"
-#include "host/temp_dir.h"
-#include "vellumrig/host.h"
+#include "vellumrig/error_text.h"
 #include "vhdx/at_end_of_file_allocator.h"
 #include "vhdx/expandable_file_region.h"
 #include "vhdx/file_region_impl.h"
 #include "vhdx/metadata_modifier.h"
-#include "vhdx/metadata_provider.h"
 #include "vhdx/metadata_reader.h"
 #include "vhdx/metadata_table.h"
 #include "vhdx/metadata_value_consumer.h"
 #include "vhdx/parent_locator.h"
-#include "vhdx/region_table_reader.h"
-#include "vhdx/region_table_writer.h"
 #include "vhdx/test_files.h"
 #include "vhdx/writeable_file.h"
 
 namespace {
-
-using HostTest::JsonNumber;
-using HostTest::Shell;
 
 using namespace Vhdx;
 using VhdxTest::CodeOf;
@@ -335,7 +326,7 @@ TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown)
                                                before.substr(96, 32) + before.substr(96));
 }
 
-TEST_F(MetadataTest, FiltersHideItemsFromReadersAndRefuseThemToWriters) {
+TEST_F(MetadataTest, FiltersHideItemsFromReadersByIdentity) {
   const std::string image = RegionImage({{Format::kVirtualDiskSizeItem, 6, Le64(1)},
                                          {kOther, 0, "x"},
                                          {Format::kLogicalSectorSizeItem, 2, Le32(512)}});
@@ -344,127 +335,6 @@ TEST_F(MetadataTest, FiltersHideItemsFromReadersAndRefuseThemToWriters) {
   Read(image, hiding);
   ASSERT_EQ(seen.got.size(), 1u);
   EXPECT_EQ(seen.got[0].first.Id, kOther);
-
-  struct Provider : MetadataProvider {
-    void Provide(SelectiveMetadataConsumer& consumer) override {
-      const std::uint8_t data[8] = {1};
-      consumer.Consume({kOther, 1}, data, 1);
-      consumer.Consume({Format::kFileParametersItem, 6}, data, 8);
-      consumer.Consume({kOther, 0}, data, 1);
-    }
-  } inner;
-  auto modifier = Modifier(image, file);
-  WritingMetadataConsumer writing(modifier);
-  FilteringMetadataProvider filtered(inner, Items::DiskFileItems());
-  const Common::Error error = Raised([&] { filtered.Provide(writing); });
-  EXPECT_EQ(error.GetText(),
-            u"Metadata with ID 'CAA16737-FA36-4D43-B3B6-33F0AA44E76B' and flags 6 is not allowed "
-            u"to be set to the VHDX disk.");
-  EXPECT_EQ(Stored().size(), 4u);  // the item before the refused one is written, none after
-  EXPECT_EQ(Stored().back().first.Descriptor(), (MetadataDescriptor{kOther, 1}));
-}
-
-// --- Containers made by qemu-img, whose reports are the oracle.
-
-class MetadataQemuTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!HostTest::Have("qemu-img")) GTEST_SKIP() << "qemu-img is not installed";
-  }
-  std::string Create(const std::string& name, const std::string& options, const std::string& size) {
-    const std::string path = dir.Join(name + ".vhdx");
-    const auto run = Shell("qemu-img create -q -f vhdx " + options + " " + path + " " + size);
-    EXPECT_EQ(run.status, 0) << run.output;
-    return path;
-  }
-  // The metadata of the file through the consumers of an open.
-  void ReadMetadata(const std::string& path, OpenTree& tree, Area* location = nullptr) {
-    auto raw = folder->OpenFile(Common::FromUtf8(std::filesystem::path(path).filename().string()),
-                                kOpenRead);
-    ReadOnlyFile file(dynamic_cast<ri_file&>(*raw));
-    const auto entry =
-        GetRegionEntryById(RegionTableReader::Read(file), Format::kMetadataRegionGuid);
-    const Area at{entry.FileOffset, entry.Length};
-    if (location) *location = at;
-    MetadataReaderImpl(std::make_unique<ReadOnlyFileRegionImpl>(file, at)).Read(tree.root);
-  }
-
-  HostTest::TempDir dir;
-  std::unique_ptr<rio_dir> folder = Host::OpenFolder(dir.Wide());
-  OnlyCheckingMetadataConsumer checking;
-};
-
-TEST_F(MetadataQemuTest, ValuesAgreeWithQemu) {
-  // qemu-img takes no logical_sector_size option: all its files have 512.
-  const char* shapes[][3] = {{"dynamic", "", "64M"},
-                             {"block1m", "-o block_size=1M", "64M"},
-                             {"block256m", "-o block_size=256M", "1G"},
-                             {"fixed", "-o subformat=fixed", "8M"},
-                             {"empty", "", "0"}};
-  for (const auto& shape : shapes) {
-    SCOPED_TRACE(shape[0]);
-    const std::string path = Create(shape[0], shape[1], shape[2]);
-    const std::string info = Shell("qemu-img info --output=json " + path).output;
-    OpenTree tree(checking, false);
-    ReadMetadata(path, tree);
-    ASSERT_TRUE(tree.logical->GetValue() && tree.physical->GetValue() &&
-                tree.parameters->GetValue() && tree.size->GetValue());
-    EXPECT_EQ(tree.size->GetValue()->Bytes, JsonNumber(info, "virtual-size"));
-    EXPECT_EQ(tree.parameters->GetValue()->BlockSize, JsonNumber(info, "cluster-size"));
-    EXPECT_FALSE(tree.parameters->GetValue()->HasParent());
-    EXPECT_EQ(tree.logical->GetValue()->Bytes, 512u);
-    EXPECT_EQ(tree.parameters->GetValue()->LeaveBlocksAllocated(), std::string(shape[0]) == "fixed");
-  }
-}
-
-TEST_F(MetadataQemuTest, SetAndRemoveKeepQemuSatisfied) {
-  // Records a moved metadata region in the region table, as an open does.
-  struct TableMonitor : ExpansionMonitor {
-    explicit TableMonitor(File& f) : file(f) {}
-    void OnExpanded(const Area&, const Area& to) override {
-      RegionList regions = RegionTableReader::Read(file);
-      for (auto& r : regions)
-        if (r.Guid == Format::kMetadataRegionGuid) r.FileOffset = to.Offset, r.Length = to.Size;
-      RegionTableWriter::Write(file, regions);
-    }
-    File& file;
-  };
-  for (const char* options : {"", "-o subformat=fixed"}) {
-    SCOPED_TRACE(options);
-    const std::string path = Create("changed", options, "64M");
-    const std::string big(3 * Format::kMiB / 2, 'z'), user(100, 'u'), page83(16, 'q');
-    {
-      auto raw = folder->OpenFile(u"changed.vhdx", kOpenReadWrite);
-      WriteableFile file(dynamic_cast<rio_file&>(*raw));
-      const auto entry =
-          GetRegionEntryById(RegionTableReader::Read(file), Format::kMetadataRegionGuid);
-      MetadataModifierImpl modifier(std::make_unique<ExpandableFileRegionImpl>(
-          file, Area{entry.FileOffset, entry.Length},
-          std::make_shared<AtEndOfFileAllocator>(file, Format::kMiB, Format::kMiB),
-          std::make_shared<TableMonitor>(file)));
-      auto set = [&](const MetadataDescriptor& d, const std::string& data) {
-        modifier.Set(d, U8(data), data.size());
-      };
-      set({kOther, 1}, user);
-      set(Items::kPage83Data, page83);
-      set({VhdxTest::TestGuid(8), 1}, big);  // more than the region has: it moves to the end
-      modifier.Remove({kOther, 1});
-      file.Flush();
-    }
-    const auto check = Shell("qemu-img check " + path);
-    EXPECT_EQ(check.status, 0) << check.output;
-    EXPECT_EQ(JsonNumber(Shell("qemu-img info --output=json " + path).output, "virtual-size"),
-              64u << 20);
-    Recorder caller;
-    caller.accept = [](auto& d) { return d.IsUser() || d.Id == Format::kPage83DataItem; };
-    OpenTree tree(caller, false);
-    Area at;
-    ReadMetadata(path, tree, &at);
-    EXPECT_GE(at.Size, 2 * Format::kMiB);
-    ASSERT_EQ(caller.got.size(), 2u);
-    EXPECT_EQ(caller.got[0].second, page83);
-    EXPECT_EQ(caller.got[1].second, big);
-  }
 }
 
 }  // namespace
