@@ -9,7 +9,7 @@
 namespace Common {
 namespace {
 
-TEST(MemoryFileTest, WritePastTheEndLeavesZerosInTheGap) {
+TEST(MemoryFileTest, GapsLeftByWritesAndTruncationReadAsZeros) {
   auto file = MemoryFile::Create();
   EXPECT_EQ(file->GetData(), nullptr);
   file->Seek(4);
@@ -20,6 +20,15 @@ TEST(MemoryFileTest, WritePastTheEndLeavesZerosInTheGap) {
   char buffer[8] = {};
   EXPECT_EQ(file->Read(buffer, sizeof buffer), 6u);
   EXPECT_EQ(file->Read(buffer, sizeof buffer), 0u);
+
+  // Truncation keeps the position, and bytes it cut off do not come back.
+  file->Rewind();
+  file->Write("abcdef", 6);
+  file->Truncate(2);
+  EXPECT_EQ(file->Size(), 2u);
+  EXPECT_EQ(file->SeekCurrent(0), 6);
+  file->Truncate(4);
+  EXPECT_EQ(std::memcmp(file->GetData(), "ab\0\0", 4), 0);
 }
 
 TEST(MemoryFileTest, WritesAreClampedAtTheLimit) {
@@ -45,16 +54,6 @@ TEST(MemoryFileTest, NegativePositionsReadAsTheEnd) {
   EXPECT_EQ(file->SeekEnd(-1), 2);
   EXPECT_EQ(file->Read(&c, 1), 1u);
   EXPECT_EQ(c, 'c');
-}
-
-TEST(MemoryFileTest, TruncateGrowsWithZerosShrinksAndKeepsThePosition) {
-  auto file = MemoryFile::Create();
-  file->Write("abcdef", 6);
-  file->Truncate(2);
-  EXPECT_EQ(file->Size(), 2u);
-  EXPECT_EQ(file->SeekCurrent(0), 6);
-  file->Truncate(4);
-  EXPECT_EQ(std::memcmp(file->GetData(), "ab\0\0", 4), 0);
 }
 
 TEST(FileStatusTest, FirstFailureStaysAndStopsLaterWork) {

@@ -1,12 +1,8 @@
 // A host's view of the module: only the public headers and dlopen.
-#include <dlfcn.h>
-
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "vellumrig/vellumrig.h"
+#include "loaded_module.h"
 
 namespace {
 
@@ -14,34 +10,23 @@ using Processor::AutoRef;
 using VirtualWareRaw::wstring;
 using Server = AutoRef<VirtualWareRaw::SafeVirtualServer>;
 
-class HostTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
-    setenv("LANGUAGE", "en", 1);
-    handle = dlopen(VELLUMRIG_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(handle, nullptr) << dlerror();
-    open = reinterpret_cast<SafeOpenVirtualServerFn*>(dlsym(handle, "SafeOpenVirtualServer"));
-    ASSERT_NE(open, nullptr) << dlerror();
-  }
-  static Server Open(std::uint32_t type, Common::Error* error = nullptr) {
-    Common::Error local;
-    Server server;
-    open(error ? *error : local, type, server);
-    return server;
-  }
+Server Open(std::uint32_t type, Common::Error* error = nullptr) {
+  Common::Error local;
+  Server server;
+  ModuleTest::OpenFunction()(error ? *error : local, type, server);
+  return server;
+}
 
-  static inline void* handle = nullptr;
-  static inline SafeOpenVirtualServerFn* open = nullptr;
-};
-
-TEST_F(HostTest, ModuleExportsOnlyItsEntryPoint) {
+TEST(LoadTest, ModuleExportsOnlyItsEntryPoint) {
+  ModuleTest::OpenFunction();
+  void* handle = dlopen(VELLUMRIG_MODULE_PATH, RTLD_NOW | RTLD_NOLOAD);
+  ASSERT_NE(handle, nullptr);
   for (const char* hidden : {"_ZN6Common5Error15AddWindowsErrorEi", "_ZN9Processor9RefObjectD2Ev",
                              "_ZN6Common10GetMessageEj", "_ZTVN8Provider15MSVirtualPCImplE"})
     EXPECT_EQ(dlsym(handle, hidden), nullptr) << hidden;
 }
 
-TEST_F(HostTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
+TEST(LoadTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
   Common::Error error(Common::NoError);
   Server server = Open(7, &error);
   ASSERT_TRUE(error.IsEmpty()) << Common::ToUtf8(Common::FullText(error));
@@ -118,7 +103,7 @@ TEST_F(HostTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
   EXPECT_NE(another.Get(), collection.Get());  // always a new one
 }
 
-TEST_F(HostTest, WrongTypeIsRefusedAndReopeningReplacesTheHeldServer) {
+TEST(LoadTest, WrongTypeIsRefusedAndReopeningReplacesTheHeldServer) {
   Common::Error error;
   EXPECT_FALSE(Open(6, &error));
   EXPECT_EQ(error.Code(), 0x530069u);
@@ -126,14 +111,14 @@ TEST_F(HostTest, WrongTypeIsRefusedAndReopeningReplacesTheHeldServer) {
 
   Server server = Open(7);
   Server watcher = server;
-  open(error, 6, server);
+  ModuleTest::OpenFunction()(error, 6, server);
   EXPECT_EQ(server.Get(), watcher.Get());  // a refusal leaves the holder as it was
-  open(error, 7, server);
+  ModuleTest::OpenFunction()(error, 7, server);
   EXPECT_NE(server.Get(), watcher.Get());
   EXPECT_EQ(watcher->RefCount.load(), 1);  // the holder dropped its reference
 }
 
-TEST_F(HostTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
+TEST(LoadTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
   Server server = Open(7);
   AutoRef<VirtualWareRaw::SafeVM> vm;
   Common::Error create = server->CreateVM(u"", u"box", 0, vm);
@@ -156,7 +141,7 @@ TEST_F(HostTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
   }
 }
 
-TEST_F(HostTest, LanguageChangedAtRunTimeReachesTheCatalogueTexts) {
+TEST(LoadTest, LanguageChangedAtRunTimeReachesTheCatalogueTexts) {
   auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(Open(7));
   wstring before, during, after, version;
   properties->GetProperty(u"ResourceName", before);

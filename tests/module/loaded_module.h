@@ -55,6 +55,8 @@ class ServerOnRoot : public ::testing::Test {
   Processor::AutoRef<VirtualWareRaw::SafeVirtualServer> server;
 };
 
+inline std::string Text(const Common::Error& e) { return Common::ToUtf8(Common::FullText(e)); }
+
 inline Processor::AutoRef<VirtualWareRaw::PropertySet> Properties(
     const Processor::AutoRef<VirtualWareRaw::SafeVM>& vm) {
   return Processor::QueryInterface<VirtualWareRaw::PropertySet>(vm);

@@ -1,8 +1,4 @@
 // The server's machine operations through the loaded module.
-#include <sys/stat.h>
-
-#include <fstream>
-
 #include "loaded_module.h"
 
 namespace ModuleTest {
@@ -13,8 +9,6 @@ using HostTest::ReadBytes;
 using HostTest::WriteBytes;
 using Processor::AutoRef;
 using VirtualWareRaw::SafeVM;
-
-std::string Text(const Common::Error& e) { return Common::ToUtf8(Common::FullText(e)); }
 
 using ServerMachinesTest = ServerOnRoot;
 

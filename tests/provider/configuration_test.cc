@@ -1,11 +1,10 @@
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "common/memory_file.h"
+#include "host/temp_dir.h"
 #include "provider/configuration.h"
 #include "provider/xml_helpers.h"
 
@@ -13,10 +12,7 @@ namespace VirtualWareRaw {
 namespace {
 
 // The machine template as it ships.
-const std::string kTemplate = [] {
-  std::ifstream in(SOURCE_DIR "/resources/default.vmc", std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}();
+const std::string kTemplate = HostTest::ReadBytes(SOURCE_DIR "/resources/default.vmc");
 
 std::unique_ptr<ConfigurationParser> Parse(const std::string& text) {
   auto file = Common::MemoryFile::Create();

@@ -6,8 +6,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +16,7 @@
 #include "common/message_table.h"
 #include "common/resources/resource_api.h"
 #include "common/resources/resource_module.h"
+#include "host/temp_dir.h"
 #include "vellumrig/error_text.h"
 
 namespace Common {
@@ -25,11 +24,6 @@ namespace {
 
 using Resources::ModuleHandle;
 using Resources::ResourceApi;
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // A zip archive written with libzip; `store` keeps entries uncompressed.
 void WriteZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& files,
@@ -123,7 +117,7 @@ TEST_F(ResourcesTest, CatalogueFollowsTheLanguageAndOldTextsStayReadable) {
 TEST_F(ResourcesTest, ResourceFilesReadRewindAndReportTheirSize) {
   auto file = OpenResourceFile(u"default.vmc");
   ASSERT_NE(file, nullptr);
-  const std::string expected = ReadAll(SOURCE_DIR "/resources/default.vmc");
+  const std::string expected = HostTest::ReadBytes(SOURCE_DIR "/resources/default.vmc");
   EXPECT_EQ(file->Size(), expected.size());
   std::string got(expected.size(), '\0');
   EXPECT_EQ(file->Read(got.data(), got.size()), expected.size());
@@ -143,11 +137,11 @@ TEST_F(ResourcesTest, ReadFailureOfAnEntryIsTheReadersOwnError) {
   const std::string data(4096, 'v');
   WriteZip(path, {{"default.vmc", data}}, /*store=*/true);
   // Damage the stored bytes: the entry's checksum no longer matches.
-  std::string bytes = ReadAll(path);
+  std::string bytes = HostTest::ReadBytes(path);
   const std::size_t at = bytes.find(data.substr(0, 64));
   ASSERT_NE(at, std::string::npos);
   bytes[at + 100] = 'X';
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+  HostTest::WriteBytes(path, bytes);
 
   ModuleHandle module = ResourceApi::OpenModule(path.c_str());
   ASSERT_NE(module, nullptr);
