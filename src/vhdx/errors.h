@@ -56,6 +56,7 @@ inline constexpr ErrorMessage kFileTruncated{0x3C002A, Msg::EngineFileTruncated}
 inline constexpr ErrorMessage kInvalidLogEntry{0x3C0029, Msg::EngineInvalidLogEntry};
 inline constexpr ErrorMessage kLogLengthZero{0x3C002B, Msg::EngineLogLengthZero};
 inline constexpr ErrorMessage kLogTooLarge{0x3C002B, Msg::EngineLogTooLarge};
+inline constexpr ErrorMessage kLogScanLimit{0x3C002B, Msg::EngineLogScanLimit};
 inline constexpr ErrorMessage kLogBounds{0x3C002B, Msg::EngineLogBounds};
 
 // File errors of the raw operations, with the engine's own wording.

@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "common/site.h"
+#include "common/message_error.h"
 #include "vhdx/errors.h"
+#include "vhdx/file_decorator.h"
 #include "vhdx/format.h"
 #include "vhdx/log_entry_reader.h"
 #include "vhdx/log_trace.h"
@@ -22,12 +24,12 @@ bool IsUsable(const LogSequence& candidate) {
 
 }  // namespace
 
-LogSequence LogScanner::ReadCandidate(std::uint32_t& offset, const Common::Guid& logGuid) {
+LogSequence LogScanner::ReadCandidate(File& file, std::uint32_t& offset, const Common::Guid& logGuid) {
   LogSequence candidate;
   // Ends: a position read again gives the same sequence number once more,
   // which never follows the last one.
   for (;;) {
-    auto entry = LogEntryReader::Read(file_, logOffset_, offset);
+    auto entry = LogEntryReader::Read(file, logOffset_, offset);
     if (!entry->IsValid() || !(entry->GetLogGuid() == logGuid)) break;
     if (!candidate.empty() && candidate.back()->GetSequenceNumber() + 1 != entry->GetSequenceNumber()) break;
     offset = static_cast<std::uint32_t>((std::uint64_t{offset} + entry->GetLength()) % logLength_);
@@ -36,15 +38,42 @@ LogSequence LogScanner::ReadCandidate(std::uint32_t& offset, const Common::Guid&
   return candidate;
 }
 
+namespace {
+
+// Counts the sectors the scan reads and stops it past its allowance.
+class ReadBudget : public FileDecorator {
+ public:
+  ReadBudget(File& file, std::uint64_t sectors) : FileDecorator(file), left_(sectors), allowed_(sectors) {}
+
+  void Read(std::uint64_t offset, std::size_t size, void* buffer) override {
+    const std::uint64_t sectors = (size + Format::Log::kSectorSize - 1) / Format::Log::kSectorSize;
+    if (sectors > left_) throw Common::MessageError(VR_SITE, kLogScanLimit, {LogDecimal(allowed_)});
+    left_ -= sectors;
+    FileDecorator::Read(offset, size, buffer);
+  }
+
+ private:
+  std::uint64_t left_;
+  std::uint64_t allowed_;
+};
+
+}  // namespace
+
 LogSequence LogScanner::Scan(const Common::Guid& logGuid) {
   if (logLength_ == 0)
     throw Common::MessageError(VR_SITE, kLogLengthZero);
+  const std::uint64_t logSectors = (std::uint64_t{logLength_} + Format::Log::kSectorSize - 1) / Format::Log::kSectorSize;
+  ReadBudget budget(file_, ReadAllowance(logSectors));
+  return Scan(budget, logGuid);
+}
+
+LogSequence LogScanner::Scan(File& file, const Common::Guid& logGuid) {
   LogSequence best;
   std::uint32_t offset = 0;
   // Every round moves forward or ends, so the scan ends once it wraps.
   for (;;) {
     const std::uint32_t start = offset;
-    LogSequence candidate = ReadCandidate(offset, logGuid);
+    LogSequence candidate = ReadCandidate(file, offset, logGuid);
     if (IsUsable(candidate)) {
       if (best.empty() || candidate.back()->GetSequenceNumber() > best.back()->GetSequenceNumber())
         best = std::move(candidate);

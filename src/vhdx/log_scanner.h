@@ -3,6 +3,8 @@
 // it once per open.
 #pragma once
 
+#include <algorithm>
+
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -25,13 +27,25 @@ class LogScanner {
 
   // The usable sequence of entries for `logGuid` whose last sequence number
   // is the greatest (the first found on a tie); empty if there is none.
-  // Raises 0x3C002B for a log of length 0.
+  // Raises 0x3C002B for a log of length 0, and for a log that needs more
+  // sector reads to scan than ReadAllowance gives it.
   LogSequence Scan(const Common::Guid& logGuid);
+
+  // A scan tries every sector of the log, and an entry there may claim as
+  // many sectors as the file holds behind it: a log crafted so makes the
+  // scan quadratic in the file's size. An honest log is read a few times
+  // over at most (valid sequences are stepped over whole), so 256 reads per
+  // sector leave ample room; a huge log gets no more than 2^22 reads in all
+  // (16 GiB), but always 4 per sector.
+  static std::uint64_t ReadAllowance(std::uint64_t logSectors) {
+    return std::min(logSectors * 256, std::max(logSectors * 4, std::uint64_t{1} << 22));
+  }
 
  private:
   // The entries that follow each other from `offset` on, which is moved
   // behind the last of them.
-  LogSequence ReadCandidate(std::uint32_t& offset, const Common::Guid& logGuid);
+  LogSequence ReadCandidate(File& file, std::uint32_t& offset, const Common::Guid& logGuid);
+  LogSequence Scan(File& file, const Common::Guid& logGuid);
 
   File& file_;
   std::uint64_t logOffset_;

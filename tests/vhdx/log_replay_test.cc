@@ -311,6 +311,22 @@ TEST_F(LogReplayTest, FileSizeGrowsToLastFileOffsetNeverShrinksAndMustReachFlush
   }
 }
 
+// Every sector of the log a header that claims all the file behind it:
+// each try reads to the end of the file, which would make the scan of a
+// large file quadratic. It is cut off with an error instead.
+TEST_F(LogReplayTest, AScanThatWouldNotEndIsRefused) {
+  for (std::uint64_t at = kLogOffset; at < kLogOffset + kLogLength; at += kSector) {
+    std::uint8_t* h = At(bytes, at);
+    std::memcpy(h, "loge", 4);
+    const std::uint64_t room = (kFileSize - at) / kSector;
+    Vhdx::StoreLe32(h + 24, static_cast<std::uint32_t>(126 + 128 * (room - 1)));
+  }
+  const Common::Error error = Raised([&] { Play(); });
+  EXPECT_EQ(error.Code(), 0x3C002Bu);
+  EXPECT_NE(error.GetText().find(u"sector reads"), std::u16string::npos);
+  EXPECT_TRUE(logged.Log.empty());
+}
+
 TEST_F(LogReplayTest, HeadersNamingAnImpossibleLogAreRefused) {
   Put(0, {1, 0, {{kPayload, Sector('a')}}});
   const struct {
