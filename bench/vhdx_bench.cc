@@ -22,10 +22,10 @@
 
 #include "vellumrig/error_text.h"
 #include "vellumrig/host.h"
-#include "vhdx/create.h"
+#include "vhdx/disk/create.h"
 #include "vhdx/differencing_child.h"
-#include "vhdx/disk.h"
-#include "vhdx/disk_file_hierarchy.h"
+#include "vhdx/disk/disk.h"
+#include "vhdx/disk/disk_file_hierarchy.h"
 
 namespace {
 

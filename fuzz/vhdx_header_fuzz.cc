@@ -11,13 +11,13 @@
 #include <string>
 
 #include "common/memory_file.h"
-#include "vhdx/crc32c.h"
-#include "vhdx/file_validator.h"
-#include "vhdx/format.h"
-#include "vhdx/header_reader.h"
-#include "vhdx/little_endian.h"
-#include "vhdx/read_only_file.h"
-#include "vhdx/region_table_reader.h"
+#include "vhdx/format/crc32c.h"
+#include "vhdx/format/file_validator.h"
+#include "vhdx/format/format.h"
+#include "vhdx/format/header_reader.h"
+#include "vhdx/format/little_endian.h"
+#include "vhdx/file/read_only_file.h"
+#include "vhdx/format/region_table_reader.h"
 
 namespace {
 

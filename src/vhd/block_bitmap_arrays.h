@@ -8,9 +8,9 @@
 
 #include "vhd/array.h"
 #include "vhd/present_bitmap_enumerator.h"
-#include "vhdx/bat_entry.h"
-#include "vhdx/bat_traits.h"
-#include "vhdx/bitmap_loader.h"
+#include "vhdx/bat/bat_entry.h"
+#include "vhdx/bat/bat_traits.h"
+#include "vhdx/blocks/bitmap_loader.h"
 
 namespace Vhdx {
 

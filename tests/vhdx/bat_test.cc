@@ -11,14 +11,14 @@
 #include "vhd/caching_bitmap_array.h"
 #include "vhd/data_block_info.h"
 #include "vhd/recorder.h"
-#include "vhdx/bat_collectors.h"
-#include "vhdx/bat_traits.h"
-#include "vhdx/change_tracking_bitmap.h"
-#include "vhdx/errors.h"
-#include "vhdx/file_region_impl.h"
-#include "vhdx/little_endian.h"
+#include "vhdx/bat/bat_collectors.h"
+#include "vhdx/bat/bat_traits.h"
+#include "vhdx/blocks/change_tracking_bitmap.h"
+#include "vhdx/format/errors.h"
+#include "vhdx/file/file_region_impl.h"
+#include "vhdx/format/little_endian.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

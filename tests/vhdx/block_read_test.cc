@@ -9,12 +9,12 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/bat_disk_reader.h"
-#include "vhdx/errors.h"
-#include "vhdx/format.h"
-#include "vhdx/little_endian.h"
+#include "vhdx/blocks/bat_disk_reader.h"
+#include "vhdx/format/errors.h"
+#include "vhdx/format/format.h"
+#include "vhdx/format/little_endian.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

@@ -11,17 +11,17 @@
 
 #include "vellumrig/error_text.h"
 #include "vellumrig/folder.h"
-#include "vhdx/create.h"
-#include "vhdx/file_region_impl.h"
-#include "vhdx/format.h"
-#include "vhdx/little_endian.h"
-#include "vhdx/metadata_modifier.h"
-#include "vhdx/parent_locator.h"
-#include "vhdx/region_table.h"
-#include "vhdx/region_table_reader.h"
-#include "vhdx/throwing_expandable_file_region.h"
-#include "vhdx/well_known_items.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/disk/create.h"
+#include "vhdx/file/file_region_impl.h"
+#include "vhdx/format/format.h"
+#include "vhdx/format/little_endian.h"
+#include "vhdx/metadata/metadata_modifier.h"
+#include "vhdx/metadata/parent_locator.h"
+#include "vhdx/format/region_table.h"
+#include "vhdx/format/region_table_reader.h"
+#include "vhdx/file/throwing_expandable_file_region.h"
+#include "vhdx/metadata/well_known_items.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace VhdxTest {
 

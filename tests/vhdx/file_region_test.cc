@@ -3,12 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/at_end_of_file_allocator.h"
-#include "vhdx/expandable_file_region.h"
-#include "vhdx/file_region_impl.h"
+#include "vhdx/file/at_end_of_file_allocator.h"
+#include "vhdx/file/expandable_file_region.h"
+#include "vhdx/file/file_region_impl.h"
 #include "vhdx/test_files.h"
-#include "vhdx/throwing_expandable_file_region.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/throwing_expandable_file_region.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

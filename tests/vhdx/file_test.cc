@@ -5,10 +5,10 @@
 
 #include "common/file_errors.h"
 #include "common/site.h"
-#include "vhdx/change_tracking_file.h"
+#include "vhdx/file/change_tracking_file.h"
 #include "vhdx/test_files.h"
-#include "vhdx/write_protected_file.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/write_protected_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

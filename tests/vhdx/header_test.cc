@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/file_validator.h"
-#include "vhdx/header_reader.h"
-#include "vhdx/header_writer.h"
+#include "vhdx/format/file_validator.h"
+#include "vhdx/format/header_reader.h"
+#include "vhdx/format/header_writer.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

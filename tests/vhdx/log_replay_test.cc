@@ -6,16 +6,16 @@
 #include <gtest/gtest.h>
 
 #include "vellumrig/error_text.h"
-#include "vhdx/header_reader.h"
-#include "vhdx/invalid_log_entry.h"
-#include "vhdx/log_entry_reader.h"
-#include "vhdx/log_scanner.h"
-#include "vhdx/non_persistent_file.h"
-#include "vhdx/play_log.h"
-#include "vhdx/read_only_file.h"
+#include "vhdx/format/header_reader.h"
+#include "vhdx/log/invalid_log_entry.h"
+#include "vhdx/log/log_entry_reader.h"
+#include "vhdx/log/log_scanner.h"
+#include "vhdx/log/non_persistent_file.h"
+#include "vhdx/log/play_log.h"
+#include "vhdx/file/read_only_file.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
-#include "vhdx/zeroing_data_operation.h"
+#include "vhdx/file/writeable_file.h"
+#include "vhdx/log/zeroing_data_operation.h"
 
 namespace {
 

@@ -5,16 +5,16 @@
 #include <vector>
 
 #include "vellumrig/error_text.h"
-#include "vhdx/at_end_of_file_allocator.h"
-#include "vhdx/expandable_file_region.h"
-#include "vhdx/file_region_impl.h"
-#include "vhdx/metadata_modifier.h"
-#include "vhdx/metadata_reader.h"
-#include "vhdx/metadata_table.h"
-#include "vhdx/metadata_value_consumer.h"
-#include "vhdx/parent_locator.h"
+#include "vhdx/file/at_end_of_file_allocator.h"
+#include "vhdx/file/expandable_file_region.h"
+#include "vhdx/file/file_region_impl.h"
+#include "vhdx/metadata/metadata_modifier.h"
+#include "vhdx/metadata/metadata_reader.h"
+#include "vhdx/metadata/metadata_table.h"
+#include "vhdx/metadata/metadata_value_consumer.h"
+#include "vhdx/metadata/parent_locator.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

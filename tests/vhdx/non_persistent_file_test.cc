@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/non_persistent_file.h"
-#include "vhdx/read_only_file.h"
+#include "vhdx/log/non_persistent_file.h"
+#include "vhdx/file/read_only_file.h"
 #include "vhdx/test_files.h"
 
 namespace {

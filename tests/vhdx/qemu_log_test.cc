@@ -15,9 +15,9 @@
 #include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
-#include "vhdx/disk.h"
-#include "vhdx/disk_file_hierarchy.h"
-#include "vhdx/header_reader.h"
+#include "vhdx/disk/disk.h"
+#include "vhdx/disk/disk_file_hierarchy.h"
+#include "vhdx/format/header_reader.h"
 #include "vhdx/test_files.h"
 
 namespace {

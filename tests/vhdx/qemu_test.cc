@@ -9,10 +9,10 @@
 #include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
-#include "vhdx/disk.h"
-#include "vhdx/disk_file_hierarchy.h"
+#include "vhdx/disk/disk.h"
+#include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/test_files.h"
-#include "vhdx/well_known_items.h"
+#include "vhdx/metadata/well_known_items.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/region_table_reader.h"
-#include "vhdx/region_table_writer.h"
+#include "vhdx/format/region_table_reader.h"
+#include "vhdx/format/region_table_writer.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/aligning_space_manager.h"
-#include "vhdx/at_end_of_file_allocator.h"
+#include "vhdx/metadata/aligning_space_manager.h"
+#include "vhdx/file/at_end_of_file_allocator.h"
 #include "vhdx/test_files.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "common/memory_file.h"
-#include "vhdx/area.h"
-#include "vhdx/crc32c.h"
-#include "vhdx/file_decorator.h"
-#include "vhdx/format.h"
-#include "vhdx/header_image.h"
-#include "vhdx/little_endian.h"
+#include "vhdx/file/area.h"
+#include "vhdx/format/crc32c.h"
+#include "vhdx/file/file_decorator.h"
+#include "vhdx/format/format.h"
+#include "vhdx/format/header_image.h"
+#include "vhdx/format/little_endian.h"
 
 namespace Vhdx {
 inline void PrintTo(const Area& area, std::ostream* out) { *out << "{" << area.Offset << ", " << area.Size << "}"; }

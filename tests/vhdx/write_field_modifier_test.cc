@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include "vhdx/change_tracking_file.h"
-#include "vhdx/file_modification_observer.h"
-#include "vhdx/header_reader.h"
+#include "vhdx/file/change_tracking_file.h"
+#include "vhdx/file/file_modification_observer.h"
+#include "vhdx/format/header_reader.h"
 #include "vhdx/test_files.h"
-#include "vhdx/write_field_modifier.h"
-#include "vhdx/write_guid.h"
-#include "vhdx/writeable_file.h"
+#include "vhdx/format/write_field_modifier.h"
+#include "vhdx/format/write_guid.h"
+#include "vhdx/file/writeable_file.h"
 
 namespace {
 

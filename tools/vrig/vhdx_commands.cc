@@ -7,11 +7,11 @@
 
 #include "cli.h"
 #include "common/guid.h"
-#include "vhdx/create.h"
-#include "vhdx/disk.h"
-#include "vhdx/disk_deleter.h"
-#include "vhdx/disk_file_hierarchy.h"
-#include "vhdx/format.h"
+#include "vhdx/disk/create.h"
+#include "vhdx/disk/disk.h"
+#include "vhdx/disk/disk_deleter.h"
+#include "vhdx/disk/disk_file_hierarchy.h"
+#include "vhdx/format/format.h"
 #include "vhdx_access.h"
 #include "vhdx_commands.h"
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "cli.h"
-#include "vhdx/create.h"
-#include "vhdx/disk.h"
+#include "vhdx/disk/create.h"
+#include "vhdx/disk/disk.h"
 #include "vhdx_access.h"
 #include "vhdx_commands.h"
 

@@ -1,0 +1,255 @@
+#include "vhdx/disk/disk_file_impl.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "common/message_error.h"
+#include "common/site.h"
+#include "vhdx/file/at_end_of_file_allocator.h"
+#include "vhdx/blocks/bat_disk_reader.h"
+#include "vhdx/blocks/chunk_writer.h"
+#include "vhdx/format/errors.h"
+#include "vhdx/file/expandable_file_region.h"
+#include "vhdx/file/file_region_impl.h"
+#include "vhdx/format/format.h"
+#include "vhdx/format/header_reader.h"
+#include "vhdx/format/little_endian.h"
+#include "vhdx/metadata/metadata_modifier.h"
+#include "vhdx/metadata/metadata_policy.h"
+#include "vhdx/metadata/metadata_reader.h"
+#include "vhdx/metadata/metadata_value_consumer.h"
+#include "vhdx/format/region_table_reader.h"
+#include "vhdx/file/updating_region_monitor.h"
+#include "vhdx/metadata/well_known_items.h"
+
+namespace Vhdx {
+
+namespace {
+
+Area RegionArea(const RegionList& regions, const Common::Guid& guid) {
+  const RegionTableEntry entry = GetRegionEntryById(regions, guid);
+  return {entry.FileOffset, entry.Length};
+}
+
+}  // namespace
+
+DiskFileImpl::DiskFileImpl(std::unique_ptr<FileAssembly> assembly, bool logReplayed,
+                           SelectiveMetadataConsumer& consumer)
+    : assembly_(std::move(assembly)), logReplayed_(logReplayed) {
+  Init(consumer);
+}
+
+DiskFileImpl::~DiskFileImpl() = default;
+
+void DiskFileImpl::Init(SelectiveMetadataConsumer& consumer) {
+  File& file = assembly_->GetReadFile();
+  const HeaderInfo header = HeaderReader::Read(file);
+  guids_ = {header.DataWriteGuid, header.FileWriteGuid};
+
+  const RegionList regions = RegionTableReader::Read(file);
+  batLocation_ = RegionArea(regions, Format::kBatRegionGuid);
+  metadataLocation_ = RegionArea(regions, Format::kMetadataRegionGuid);
+
+  auto logical = std::make_shared<SingleValueMetadataConsumer<VirtualDiskLogicalSectorSize>>(
+      Format::kLogicalSectorSizeItem, false);
+  // Taken only so that the required item counts as understood; the engine
+  // has no use for the value.
+  auto physical = std::make_shared<SingleValueMetadataConsumer<VirtualDiskPhysicalSectorSize>>(
+      Format::kPhysicalSectorSizeItem, false);
+  auto parameters = std::make_shared<SingleValueMetadataConsumer<FileParameters>>(Format::kFileParametersItem, false);
+  auto size = std::make_shared<SingleValueMetadataConsumer<VirtualDiskSize>>(Format::kVirtualDiskSizeItem, false);
+  auto locator = std::make_shared<ParentLocatorMetadataConsumerImpl>();
+
+  DispatchingComposite composite(std::make_unique<ThrowOnRequiredUnhandledMetadata>());
+  for (std::shared_ptr<SelectiveMetadataConsumer> own :
+       std::initializer_list<std::shared_ptr<SelectiveMetadataConsumer>>{logical, physical, parameters, size, locator})
+    composite.Add(std::make_shared<OnceMetadataConsumer>(std::move(own)));
+  composite.Add(std::make_shared<MetadataConsumerDelegate>(consumer));
+
+  MetadataReaderImpl(std::make_unique<ReadOnlyFileRegionImpl>(file, metadataLocation_)).Read(composite);
+
+  if (!logical->GetValue()) throw Common::MessageError(VR_SITE, kNoLogicalSectorSize);
+  if (!size->GetValue()) throw Common::MessageError(VR_SITE, kNoDiskSize);
+  if (!parameters->GetValue()) throw Common::MessageError(VR_SITE, kNoFileParameters);
+  parameters_ = {size->GetValue()->Bytes, logical->GetValue()->Bytes};
+
+  const FileParameters fileParameters = *parameters->GetValue();
+  blockSize_ = fileParameters.BlockSize;
+  fileType_ = fileParameters.HasParent()              ? kDifferencingFile
+              : fileParameters.LeaveBlocksAllocated() ? kFixedFile
+                                                      : kDynamicFile;
+  locator_ = locator->GetEntries();
+
+  // A hostile file must not reach the block arithmetic with a block or
+  // sector size that would divide by zero or leave sectors unmapped.
+  geometry_ = BlockGeometry::Make(blockSize_, parameters_.LogicalSectorSize, parameters_.VirtualSize);
+  chunkTraits_ = std::make_unique<ChunkTraits>(geometry_.ChunkRatio, geometry_.SectorsPerBlock);
+  bat_ = std::make_unique<BatAreaLoader>(file, batLocation_, geometry_.ChunkRatio);
+  FindReservedAreas();
+}
+
+void DiskFileImpl::FindReservedAreas() {
+  File& file = assembly_->GetReadFile();
+  const HeaderInfo header = HeaderReader::Read(file);
+  reserved_ = {};
+  reserved_.Add(0, Format::kMiB);
+  reserved_.Add(header.LogOffset, header.LogLength);
+  for (const RegionTableEntry& region : RegionTableReader::Read(file)) reserved_.Add(region.FileOffset, region.Length);
+}
+
+DiskFileLayout DiskFileImpl::GetLayout() {
+  const Area metadata = RegionArea(RegionTableReader::Read(assembly_->GetReadFile()), Format::kMetadataRegionGuid);
+  return {blockSize_, batLocation_.Offset, batLocation_.Size, metadata.Offset, metadata.Size};
+}
+
+BlockCensus DiskFileImpl::CountBlocks() {
+  BlockCensus census;
+  census.Blocks = geometry_.PayloadBlocks;
+  const ParametrizedBatIndexTraits traits(geometry_.ChunkRatio);
+  // A differencing file keeps a bitmap entry for its last, incomplete
+  // chunk too. Entries past the BAT region count as not present, as reads
+  // take them.
+  std::uint64_t entries = geometry_.BatEntryCount;
+  if (fileType_ == kDifferencingFile && geometry_.PayloadBlocks != 0)
+    entries = BitmapEntryIndex((geometry_.PayloadBlocks - 1) / geometry_.ChunkRatio, geometry_.ChunkRatio) + 1;
+  const std::uint64_t inRegion = std::min<std::uint64_t>(entries, batLocation_.Size / sizeof(BatEntry));
+  constexpr std::uint64_t kPiece = Format::kMiB / sizeof(BatEntry);
+  std::vector<std::uint8_t> bytes(kPiece * sizeof(BatEntry));
+  std::uint64_t seen = 0;
+  for (std::uint64_t first = 0; first < inRegion; first += kPiece) {
+    const std::uint64_t n = std::min(kPiece, inRegion - first);
+    assembly_->GetReadFile().Read(batLocation_.Offset + first * sizeof(BatEntry), n * sizeof(BatEntry), bytes.data());
+    for (std::uint64_t i = 0; i < n; ++i) {
+      const BatEntry entry(LoadLe64(bytes.data() + i * sizeof(BatEntry)));
+      if (traits.IsBitmapEntry(first + i)) {
+        census.SectorBitmaps += entry.GetState() == SB_BLOCK_PRESENT;
+        continue;
+      }
+      if (traits.GetPayloadIndex(first + i) >= census.Blocks) continue;
+      ++seen;
+      switch (entry.GetState()) {
+        case PAYLOAD_BLOCK_NOT_PRESENT: ++census.NotPresent; break;
+        case PAYLOAD_BLOCK_UNDEFINED: ++census.Undefined; break;
+        case PAYLOAD_BLOCK_ZERO: ++census.Zero; break;
+        case PAYLOAD_BLOCK_UNMAPPED: ++census.Unmapped; break;
+        case PAYLOAD_BLOCK_FULLY_PRESENT: ++census.FullyPresent; break;
+        case PAYLOAD_BLOCK_PARTIALLY_PRESENT: ++census.PartiallyPresent; break;
+        default: ++census.Unknown; break;
+      }
+    }
+  }
+  census.NotPresent += census.Blocks - std::min(seen, census.Blocks);
+  return census;
+}
+
+void DiskFileImpl::EnumerateMetadata(MetadataConsumer& consumer) {
+  File& file = assembly_->GetReadFile();
+  const Area location = RegionArea(RegionTableReader::Read(file), Format::kMetadataRegionGuid);
+  FilteringMetadataConsumer filter(consumer, WellKnownItems::DiskFileItems());
+  MetadataReaderImpl(std::make_unique<ReadOnlyFileRegionImpl>(file, location)).Read(filter);
+}
+
+std::unique_ptr<MetadataModifier> DiskFileImpl::CreateModifier() {
+  File& file = assembly_->GetStructureFile();
+  // Read afresh: an earlier change may have moved the region.
+  const Area location = RegionArea(RegionTableReader::Read(file), Format::kMetadataRegionGuid);
+  auto allocator = std::make_shared<AtEndOfFileAllocator>(file, Format::kMiB, Format::kMiB);
+  auto monitor = std::make_shared<UpdatingRegionMonitor>(Format::kMetadataRegionGuid, file);
+  return std::make_unique<MetadataModifierImpl>(
+      std::make_unique<ExpandableFileRegionImpl>(file, location, std::move(allocator), std::move(monitor)));
+}
+
+void DiskFileImpl::SetMetadata(MetadataProvider& provider) {
+  const std::unique_ptr<MetadataModifier> modifier = CreateModifier();
+  WritingMetadataConsumer writer(*modifier);
+  FilteringMetadataProvider filtered(provider, WellKnownItems::DiskFileItems());
+  try {
+    filtered.Provide(writer);
+  } catch (...) {
+    FindReservedAreas();
+    throw;
+  }
+  FindReservedAreas();
+}
+
+void DiskFileImpl::RemoveMetadata(const MetadataDescriptor& descriptor) {
+  CreateModifier()->Remove(descriptor);
+}
+
+void DiskFileImpl::CheckBound(std::uint64_t sector) const {
+  if (sector >= geometry_.SectorCount) throw Common::MessageError(VR_SITE, kBeyondAllocation);
+}
+
+void DiskFileImpl::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) {
+  BatDiskReader(assembly_->GetReadFile(), *bat_, geometry_, fileType_ == kDifferencingFile)
+      .Read(sector, wanted, buffer);
+}
+
+void DiskFileImpl::CheckBatRoom(std::uint64_t sector, std::uint64_t count) const {
+  const std::uint64_t lastBlock = (sector + count - 1) / geometry_.SectorsPerBlock;
+  std::uint64_t lastIndex = PayloadEntryIndex(lastBlock, geometry_.ChunkRatio);
+  if (fileType_ == kDifferencingFile)
+    lastIndex = std::max(lastIndex, BitmapEntryIndex(lastBlock / geometry_.ChunkRatio, geometry_.ChunkRatio));
+  if ((lastIndex + 1) * sizeof(BatEntry) > batLocation_.Size) throw Common::MessageError(VR_SITE, kBeyondAllocation);
+}
+
+std::unique_ptr<ChunkWriter> DiskFileImpl::CreateChunkWriter(BatEntry* entries) {
+  switch (fileType_) {
+    case kFixedFile:
+    case kDynamicFile:
+      return std::make_unique<NonDifferencingDiskChunkWriter>(entries, geometry_.SectorsPerBlock,
+                                                              assembly_->GetDataFile(), blockSize_, reserved_);
+    case kDifferencingFile:
+      return std::make_unique<DifferencingDiskChunkWriter>(entries, geometry_.ChunkRatio, geometry_.SectorsPerBlock,
+                                                           assembly_->GetDataFile(), assembly_->GetStructureFile(),
+                                                           blockSize_, reserved_, bitmapCache_);
+    default:
+      throw Common::MessageError(VR_SITE, kUnknownFileType);
+  }
+}
+
+void DiskFileImpl::Write(std::uint64_t sector, std::uint64_t count, const void* buffer) {
+  if (count == 0) return CheckBound(sector);
+  if (sector + count - 1 < sector) throw Common::MessageError(VR_SITE, kBeyondAllocation);
+  CheckBound(sector + count - 1);
+  CheckBatRoom(sector, count);
+
+  try {
+    WriteChunks(sector, count, static_cast<const std::uint8_t*>(buffer));
+  } catch (...) {
+    // The kept bitmap may hold bits that never reached the file.
+    bitmapCache_.Drop();
+    throw;
+  }
+}
+
+void DiskFileImpl::WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes) {
+  const std::shared_ptr<BatArea> area = bat_->Load(sector, count);
+  const std::uint64_t entriesPerChunk = std::uint64_t{geometry_.ChunkRatio} + 1;
+  bool changed = false;
+  for (std::uint64_t done = 0; done < count;) {
+    const std::uint64_t at = sector + done;
+    const std::uint64_t chunk = (at >> 23) - area->FirstChunk;
+    const std::unique_ptr<ChunkWriter> writer = CreateChunkWriter(area->Entries.data() + chunk * entriesPerChunk);
+    const std::uint64_t c = ChunkTraits::GetSectorsInChunk(at, count - done);
+    writer->Write(ChunkTraits::GetOffsetInChunk(at),
+                  {geometry_.SectorSize, bytes + done * geometry_.SectorSize, c});
+    writer->Commit();
+    changed = changed || writer->IsBatEntryChanged();
+    done += c;
+  }
+  if (changed) WriteBatArea(*area);
+}
+
+void DiskFileImpl::WriteBatArea(const BatArea& area) {
+  const std::uint64_t start = area.FirstChunk * (std::uint64_t{geometry_.ChunkRatio} + 1) * sizeof(BatEntry);
+  // The slice may count a chunk behind the last one; what lies past the BAT
+  // region is not the BAT's to write (the room check kept changes inside).
+  if (start >= batLocation_.Size) return;
+  const std::uint64_t size = std::min<std::uint64_t>(area.Entries.size() * sizeof(BatEntry), batLocation_.Size - start);
+  std::vector<std::uint8_t> bytes(size);
+  for (std::size_t i = 0; i < size / sizeof(BatEntry); ++i) StoreLe64(bytes.data() + i * sizeof(BatEntry), area.Entries[i].Raw());
+  assembly_->GetStructureFile().Write(batLocation_.Offset + start, bytes.size(), bytes.data());
+}
+
+}  // namespace Vhdx

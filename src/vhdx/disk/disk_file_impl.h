@@ -1,0 +1,67 @@
+// Vhdx::DiskFileImpl: the one real disk file, over a FileAssembly. Its
+// constructor reads header, region table and metadata in a fixed order and
+// keeps what it needs; reads go through the BAT, writes append blocks and
+// update the BAT last. Module-internal; made by the open paths.
+#pragma once
+
+#include <memory>
+
+#include "vhdx/bat/bat_area.h"
+#include "vhdx/bat/bat_traits.h"
+#include "vhdx/blocks/bitmap_store.h"
+#include "vhdx/disk/disk_file.h"
+#include "vhdx/disk/file_assembly.h"
+#include "vhdx/bat/reserved_areas.h"
+
+namespace Vhdx {
+
+class ChunkWriter;
+class MetadataModifier;
+
+class DiskFileImpl : public DiskFile {
+ public:
+  // `consumer` sees every metadata item it accepts, during construction only.
+  DiskFileImpl(std::unique_ptr<FileAssembly> assembly, bool logReplayed, SelectiveMetadataConsumer& consumer);
+  ~DiskFileImpl() override;
+
+  std::uint32_t GetFileType() override { return fileType_; }
+  WriteGuids GetWriteGuids() override { return guids_; }
+  DiskParameters GetDiskParameters() override { return parameters_; }
+  ParentLocatorEntryList GetParentLocatorEntries() override { return locator_; }
+  void EnumerateMetadata(MetadataConsumer& consumer) override;
+  void SetMetadata(MetadataProvider& provider) override;
+  void RemoveMetadata(const MetadataDescriptor& descriptor) override;
+  void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) override;
+  void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) override;
+  bool IsLogReplayed() override { return logReplayed_; }
+  DiskFileLayout GetLayout() override;
+  BlockCensus CountBlocks() override;
+
+ private:
+  void Init(SelectiveMetadataConsumer& consumer);
+  void CheckBound(std::uint64_t sector) const;
+  // Refuses a write whose BAT entries would lie behind the BAT region.
+  void CheckBatRoom(std::uint64_t sector, std::uint64_t count) const;
+  std::unique_ptr<ChunkWriter> CreateChunkWriter(BatEntry* entries);
+  void WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes);
+  void WriteBatArea(const BatArea& area);
+  void FindReservedAreas();
+  std::unique_ptr<MetadataModifier> CreateModifier();
+
+  std::unique_ptr<FileAssembly> assembly_;
+  bool logReplayed_;
+  WriteGuids guids_;
+  DiskParameters parameters_;
+  std::uint32_t blockSize_ = 0;
+  Area batLocation_;
+  Area metadataLocation_;
+  std::uint32_t fileType_ = 0;
+  ParentLocatorEntryList locator_;
+  BlockGeometry geometry_;
+  std::unique_ptr<ChunkTraits> chunkTraits_;
+  std::unique_ptr<BatAreaLoader> bat_;
+  ReservedAreas reserved_;
+  BitmapCache bitmapCache_;
+};
+
+}  // namespace Vhdx
