@@ -10,5 +10,5 @@ case "$variant" in
   sanitize) flags=(-DCMAKE_BUILD_TYPE=Debug -DVELLUMRIG_SANITIZE=ON) ;;
   *) echo "unknown variant: $variant (release or sanitize)" >&2; exit 2 ;;
 esac
-cmake -S . -B "build/$variant" -G Ninja "${flags[@]}" > /dev/null
+cmake -S . -B "build/$variant" -G Ninja "${flags[@]}" -DVELLUMRIG_WERROR=ON > /dev/null
 cmake --build "build/$variant"

@@ -11,7 +11,7 @@ seconds=${1:-30}
 shift || true
 dir=${VELLUMRIG_FUZZ_DIR:-build/fuzz}
 CC=clang CXX=clang++ cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DVELLUMRIG_FUZZ=ON > /dev/null
+  -DVELLUMRIG_FUZZ=ON -DVELLUMRIG_WERROR=ON > /dev/null
 names=("$@")
 if [ ${#names[@]} -eq 0 ]; then
   for f in fuzz/*_fuzz.cc; do [ -e "$f" ] && names+=("$(basename "$f" .cc)"); done
