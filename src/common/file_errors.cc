@@ -1,5 +1,6 @@
 #include "common/file_errors.h"
 
+#include "common/message_error.h"
 #include "common/message_table.h"
 #include "common/site.h"
 
@@ -17,6 +18,10 @@ std::u16string_view FileErrorText(std::uint32_t code) {
 Error FileErrorOf(const ErrorSite& site, std::uint32_t code) noexcept {
   const std::u16string_view text = FileErrorText(code);
   return Error(site, code, text.empty() ? nullptr : text.data());
+}
+
+Error NotSupportedError(const ErrorSite& site) noexcept {
+  return MessageError(site, ErrorMessage{FileError::NotSupported, Msg::OperationNotSupported});
 }
 
 std::size_t ReadExact(i_file& file, void* buffer, std::size_t size) {

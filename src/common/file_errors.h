@@ -17,6 +17,11 @@ std::u16string_view FileErrorText(std::uint32_t code);
 // A file error with the code's own text from the message table.
 Error FileErrorOf(const ErrorSite& site, std::uint32_t code) noexcept;
 
+// 0x4000E for an operation a file or folder does not have. Its text is the
+// general "The operation is not supported.", not the code's own shorter
+// one, because hosts compare it.
+Error NotSupportedError(const ErrorSite& site) noexcept;
+
 // Reads exactly `size` bytes; when fewer come, stores 0x40002 "End of file
 // has been encountered." in the file's Status. Returns what was read.
 std::size_t ReadExact(i_file& file, void* buffer, std::size_t size);

@@ -9,9 +9,8 @@ namespace {
 void NotSupported(file_object& file, const char* function) {
   static constexpr char kFile[] = "core\\file\\file";
   if (file.Status.IsEmpty())
-    file.Status = Common::FileErrorOf(
-        Common::ErrorSite{Common::detail::FileConstant(kFile), kFile, function, 0},
-        FileError::NotSupported);
+    file.Status = Common::NotSupportedError(
+        Common::ErrorSite{Common::detail::FileConstant(kFile), kFile, function, 0});
 }
 
 }  // namespace

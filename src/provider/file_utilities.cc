@@ -29,13 +29,13 @@ bool ChainHolds(const Common::Error& error, std::uint32_t code) {
 
 void VerifyFileObject(file_object& parent, file_object* object) {
   ThrowPending(parent);
-  if (!object) throw Common::FileErrorOf(VR_SITE, FileError::NotSupported);
+  if (!object) throw Common::NotSupportedError(VR_SITE);
   ThrowPending(*object);
 }
 
 void VerifyFileObject(file_object& parent, const dir_item* object) {
   ThrowPending(parent);
-  if (!object) throw Common::FileErrorOf(VR_SITE, FileError::NotSupported);
+  if (!object) throw Common::NotSupportedError(VR_SITE);
 }
 
 void SetAccessCredentialsHelper(rio_dir& folder, const std::u16string& path,

@@ -61,7 +61,7 @@ TEST(FileStatusTest, FirstFailureStaysAndStopsLaterWork) {
   file->Write("abc", 3);
   file->LockShared();  // not supported by a memory file
   EXPECT_EQ(file->Status.Code(), 0x4000Eu);
-  EXPECT_EQ(file->Status.GetText(), u"Operation is not supported.");
+  EXPECT_EQ(file->Status.GetText(), u"The operation is not supported.");
   EXPECT_STREQ(file->Status.Site().Function, "ri_file::LockShared");
   file->Rewind();
   char buffer[3];

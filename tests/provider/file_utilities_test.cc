@@ -78,6 +78,7 @@ TEST_F(FolderHelpersTest, VerifyThrowsThePendingErrorsInOrder) {
   EXPECT_EQ(thrown(missing.get()).Code(), FileError::NotFound);
   const Common::Error none = thrown(nullptr);
   EXPECT_EQ(none.Code(), FileError::NotSupported);
+  EXPECT_EQ(none.GetText(), u"The operation is not supported.");
   EXPECT_STREQ(none.Site().Function, "VirtualWareRaw::VerifyFileObject");
   auto fine = folder_->OpenFolder(u".");
   EXPECT_TRUE(thrown(fine.get()).IsEmpty());
