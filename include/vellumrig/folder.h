@@ -1,9 +1,9 @@
 // rio_dir: the host's folder object, through which the module reaches every
 // file. Read side first, write side behind it. Each operation that can fail
 // leaves its error pending in the object (its Status); the caller fetches it
-// with TakeError. Unlike a file, a folder keeps working after a failure: an
-// operation that can fail first drops what an earlier one left pending, so
-// the pending error tells of the latest such operation.
+// with TakeError. Unlike a file, a folder keeps working after a failure, but
+// like a file it keeps the first failure until that is taken: an error nobody
+// looked at is never lost behind a later one.
 //
 // Paths are wide text. Both "/" and "\" separate components, so that paths
 // written on Windows (parent locators, .vmc files) resolve here too.

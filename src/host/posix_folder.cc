@@ -143,7 +143,6 @@ class PosixFolder final : public rio_dir {
   PosixFolder(std::string path, bool readOnly) : path_(std::move(path)), readOnly_(readOnly) {}
 
   std::unique_ptr<i_file> OpenFile(const std::u16string& name, std::uint32_t mode) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Open, path)) return nullptr;
     Common::Error error;
@@ -161,7 +160,6 @@ class PosixFolder final : public rio_dir {
   }
 
   std::unique_ptr<rio_dir> OpenEntry(const dir_enumerator& entry) override {
-    Begin();
     std::string path;
     bool folder = false;
     if (const auto* own = dynamic_cast<const Enumerator*>(&entry)) {
@@ -186,7 +184,6 @@ class PosixFolder final : public rio_dir {
   }
 
   std::unique_ptr<rio_dir> OpenFolder(const std::u16string& name) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Open, path)) return nullptr;
     // A missing folder is fine (it may be created through the new object);
@@ -200,7 +197,6 @@ class PosixFolder final : public rio_dir {
   }
 
   std::unique_ptr<rio_dir> OpenParentFolder(const char16_t*& path) override {
-    Begin();
     if (!path) {
       Fail(ErrnoError(VR_SITE, FileError::Open, EINVAL));
       return nullptr;
@@ -213,7 +209,6 @@ class PosixFolder final : public rio_dir {
   }
 
   std::unique_ptr<rio_dir> OpenSpecialFolder(std::uint32_t kind) override {
-    Begin();
     if (kind != kMachinesFolder) {
       Fail(CodeError(VR_SITE, FileError::NotSupported));
       return nullptr;
@@ -233,7 +228,6 @@ class PosixFolder final : public rio_dir {
   }
 
   Processor::AutoRef<dir_item> Find(const std::u16string& name) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Open, path)) return nullptr;
     struct stat st;
@@ -246,18 +240,18 @@ class PosixFolder final : public rio_dir {
   }
 
   std::unique_ptr<dir_enumerator> Enumerate() override {
-    Begin();
     DIR* dir = ::opendir(path_.c_str());
     if (!dir) {
       Fail(ErrnoError(VR_SITE, FileError::Open, errno, path_));
       return nullptr;
     }
     std::vector<Entry> entries;
+    int readError = 0;
     for (;;) {
       errno = 0;
       const dirent* d = ::readdir(dir);
       if (!d) {
-        if (errno != 0) Fail(ErrnoError(VR_SITE, FileError::Read, errno, path_));
+        readError = errno;
         break;
       }
       const std::string_view name(d->d_name);
@@ -271,14 +265,16 @@ class PosixFolder final : public rio_dir {
       entries.push_back(Entry{std::string(name), folder});
     }
     ::closedir(dir);
-    if (Failed()) return nullptr;
+    if (readError != 0) {
+      Fail(ErrnoError(VR_SITE, FileError::Read, readError, path_));
+      return nullptr;
+    }
     std::sort(entries.begin(), entries.end(),
               [](const Entry& a, const Entry& b) { return a.Name < b.Name; });
     return std::make_unique<Enumerator>(path_, std::move(entries));
   }
 
   Processor::AutoRef<dir_item> Self() override {
-    Begin();
     struct stat st;
     int error = 0;
     if (::stat(path_.c_str(), &st) != 0) error = errno;
@@ -312,7 +308,6 @@ class PosixFolder final : public rio_dir {
 
   std::unique_ptr<rio_file> CreateFile(const std::u16string& name, std::uint32_t,
                                        std::uint32_t) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Create, path) || Refuse(VR_SITE, path)) return nullptr;
     Common::Error error;
@@ -322,14 +317,12 @@ class PosixFolder final : public rio_dir {
   }
 
   void DeleteFile(const std::u16string& name) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Delete, path) || Refuse(VR_SITE, path)) return;
     if (::unlink(path.c_str()) != 0) Fail(ErrnoError(VR_SITE, FileError::Delete, errno, path));
   }
 
   void Rename(const std::u16string& oldName, const std::u16string& newName) override {
-    Begin();
     std::string from, to;
     if (!Resolve(VR_SITE, oldName, FileError::Rename, from) ||
         !Resolve(VR_SITE, newName, FileError::Rename, to) || Refuse(VR_SITE, from))
@@ -347,25 +340,18 @@ class PosixFolder final : public rio_dir {
   }
 
   void CreateFolder(const std::u16string& name) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Create, path) || Refuse(VR_SITE, path)) return;
     if (::mkdir(path.c_str(), 0777) != 0) Fail(ErrnoError(VR_SITE, FileError::Create, errno, path));
   }
 
   void DeleteFolder(const std::u16string& name) override {
-    Begin();
     std::string path;
     if (!Resolve(VR_SITE, name, FileError::Delete, path) || Refuse(VR_SITE, path)) return;
     if (::rmdir(path.c_str()) != 0) Fail(ErrnoError(VR_SITE, FileError::Delete, errno, path));
   }
 
  private:
-  // A folder is used for one operation after another, each checked on its
-  // own: what an earlier one left pending is dropped, so the pending error
-  // always tells of the latest operation that can fail.
-  void Begin() noexcept { Status = Common::Error(); }
-
   // `name` from this folder into `path`; false, with the error pending, for
   // a name the system cannot take (an embedded NUL would cut it short).
   bool Resolve(const Common::ErrorSite& site, const std::u16string& name, std::uint32_t operation,

@@ -36,8 +36,6 @@ class PosixFolderTest : public ::testing::Test {
   std::unique_ptr<rio_dir> folder_ = Host::OpenFolder(dir_.Wide());
 };
 
-// The errors are left pending, not taken: each operation drops what the one
-// before it left, so every row shows its own outcome.
 TEST_F(PosixFolderTest, FailuresTellCodeTextCauseAndNameAndReadOnlyRefusesChanges) {
   WriteBytes(dir_.Join("plain"), "x");
   WriteBytes(dir_.Join("renamed"), "keep");
@@ -70,7 +68,7 @@ TEST_F(PosixFolderTest, FailuresTellCodeTextCauseAndNameAndReadOnlyRefusesChange
   for (const auto& c : cases) {
     SCOPED_TRACE(c.operation + (" " + Common::ToUtf8(c.name)));
     EXPECT_FALSE(Perform(*folder_, c.operation, c.name));
-    const Common::Error& error = folder_->Status;
+    const Common::Error error = folder_->TakeError();
     EXPECT_EQ(error.Code(), c.code);
     EXPECT_EQ(CauseErrno(error), c.cause);
     EXPECT_EQ(FileNameOf(error), c.shown ? dir_.Wide() + u"/" + c.name : u"<none>");
@@ -82,8 +80,14 @@ TEST_F(PosixFolderTest, FailuresTellCodeTextCauseAndNameAndReadOnlyRefusesChange
   for (const char* operation : {"delete", "rename", "mkdir", "rmdir", "create", "write"}) {
     EXPECT_FALSE(Perform(*ro, operation, u"plain")) << operation;
     EXPECT_EQ(ro->Status.Code(), FileError::ReadOnly) << operation;
-    EXPECT_EQ(ro->Status.GetText(), u"The file is read-only.") << operation;
+    EXPECT_EQ(ro->TakeError().GetText(), u"The file is read-only.") << operation;
   }
+  // An untaken failure is not lost behind a later one; the folder goes on.
+  folder_->DeleteFile(u"none");
+  folder_->DeleteFile(u"sub");
+  folder_->CreateFolder(u"made");
+  EXPECT_EQ(folder_->TakeError().Code(), FileError::NotFound);
+  EXPECT_TRUE(Exists(dir_.Join("made")));
   ro->OpenFolder(u"sub")->CreateFolder(u"new");
   EXPECT_TRUE(ro->OpenFile(u"plain", kOpenRead) && !Exists(dir_.Join("sub/new")));
   EXPECT_EQ(ReadBytes(dir_.Join("renamed")) + ReadBytes(dir_.Join("plain")), "keepx");
