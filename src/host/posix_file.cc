@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <new>
 
+#include "common/message_table.h"
 #include "common/site.h"
 #include "host/posix_errors.h"
+#include "vellumrig/error_text.h"
 
 namespace Host::detail {
 namespace {
@@ -191,6 +193,32 @@ int OpenDescriptor(const std::string& path, int flags, Common::Error& error) {
   return fd;
 }
 
+// Two writers on one file, or a writer beside a reader, lose each other's
+// work without a word: each keeps its own idea of the tables. Every open
+// therefore holds a whole-file lock, shared for reading, exclusive for
+// writing. It is an open-file-description lock, so two opens in one process
+// keep each other out as two processes do, and qemu's image locks, which are
+// of the same kind, see it and are seen.
+bool LockWholeFile(int fd, bool exclusive, const std::string& path, Common::Error& error) {
+  struct flock lock = {};
+  lock.l_type = exclusive ? F_WRLCK : F_RDLCK;
+  lock.l_whence = SEEK_SET;  // l_start and l_len 0: the whole file, however it grows
+  while (::fcntl(fd, F_OFD_SETLK, &lock) != 0) {
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EACCES) {
+      const std::u16string name = Common::FromUtf8(path);
+      error = Common::Error::WithFileName(VR_SITE, FileError::LockFailed,
+                                          Common::GetMessage(Common::Msg::FileInUse),
+                                          name.c_str());
+      error.AddWindowsError(errno);
+    } else {
+      error = ErrnoError(VR_SITE, FileError::LockFailed, errno, path);
+    }
+    return false;
+  }
+  return true;
+}
+
 template <class File>
 std::unique_ptr<File> Wrap(int fd, const std::string& path, Common::Error& error) {
   try {
@@ -207,13 +235,33 @@ std::unique_ptr<File> Wrap(int fd, const std::string& path, Common::Error& error
 std::unique_ptr<ri_file> OpenFileForReading(const std::string& path, Common::Error& error) {
   const int fd = OpenDescriptor(path, O_RDONLY, error);
   if (fd < 0) return nullptr;
+  if (!LockWholeFile(fd, false, path, error)) {
+    ::close(fd);
+    return nullptr;
+  }
   return Wrap<ReadFile>(fd, path, error);
 }
 
 std::unique_ptr<rio_file> OpenFileForWriting(const std::string& path, bool create,
                                              Common::Error& error) {
-  const int fd = OpenDescriptor(path, create ? O_RDWR | O_CREAT | O_TRUNC : O_RDWR, error);
+  // Emptied only once locked: a file in use elsewhere keeps its bytes.
+  const int fd = OpenDescriptor(path, create ? O_RDWR | O_CREAT : O_RDWR, error);
   if (fd < 0) return nullptr;
+  if (!LockWholeFile(fd, true, path, error)) {
+    ::close(fd);
+    return nullptr;
+  }
+  struct stat st;
+  if (create && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    int result;
+    while ((result = ::ftruncate(fd, 0)) != 0 && errno == EINTR) {
+    }
+    if (result != 0) {
+      error = ErrnoError(VR_SITE, FileError::Create, errno, path);
+      ::close(fd);
+      return nullptr;
+    }
+  }
   return Wrap<ReadWriteFile>(fd, path, error);
 }
 

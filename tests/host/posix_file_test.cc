@@ -1,4 +1,6 @@
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -80,18 +82,44 @@ TEST_F(PosixFileTest, WritesReadsAndTruncatesAtTheKeptPositionWhateverTheSystemD
   EXPECT_EQ(CauseErrno(file_->Status), EFBIG);
 }
 
-TEST_F(PosixFileTest, LocksConflictAndTheFirstFailureStays) {
+// A writer keeps every other open out, readers keep writers out, and the
+// refusal names the file and says it is in use. Explicit locks come on top.
+TEST_F(PosixFileTest, OpensLockTheFileLocksConflictAndTheFirstFailureStays) {
   file_->Write("content", 7);
-  const auto openRead = [&] {
-    std::unique_ptr<i_file> file = folder_->OpenFile(u"data.bin", kOpenRead);
-    return std::unique_ptr<ri_file>(dynamic_cast<ri_file*>(file.release()));
+  const auto open = [&](std::uint32_t mode) {
+    std::unique_ptr<i_file> file = folder_->OpenFile(u"data.bin", mode);
+    const Common::Error error = folder_->TakeError();
+    return std::make_pair(std::unique_ptr<ri_file>(dynamic_cast<ri_file*>(file.release())), error);
   };
-  std::unique_ptr<ri_file> reader1 = openRead(), reader2 = openRead();
+  for (const std::uint32_t mode : {kOpenRead, kOpenReadWrite}) {
+    auto [refused, error] = open(mode);
+    EXPECT_FALSE(refused);
+    EXPECT_EQ(error.Code(), FileError::LockFailed);
+    EXPECT_EQ(error.GetText(), u"The file is in use by another program.");
+    EXPECT_EQ(FileNameOf(error), dir_.Wide() + u"/data.bin");
+  }
+  EXPECT_FALSE(folder_->CreateFile(u"data.bin", 0, 0)) << "in use: not emptied";
+  folder_->TakeError();
+  file_.reset();
+  std::unique_ptr<ri_file> reader1 = open(kOpenRead).first, reader2 = open(kOpenRead).first;
   ASSERT_TRUE(reader1 && reader2);
+  EXPECT_EQ(open(kOpenReadWrite).second.Code(), FileError::LockFailed);
+  reader2.reset();
   reader1->LockShared();
-  reader2->LockShared();
-  EXPECT_FALSE(reader1->Failed() || reader2->Failed()) << "shared locks go together";
-  file_->LockExclusive();
+  EXPECT_FALSE(reader1->Failed());
+  EXPECT_FALSE(open(kOpenReadWrite).first) << "a reader keeps writers out";
+  reader1.reset();
+  file_ = std::unique_ptr<rio_file>(dynamic_cast<rio_file*>(open(kOpenReadWrite).first.release()));
+  ASSERT_TRUE(file_);
+  {
+    // An explicit lock is a separate kind: a second descriptor of this
+    // process opened past the open lock stands for another program.
+    const int fd = ::open(dir_.Join("data.bin").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::flock(fd, LOCK_SH), 0);
+    file_->LockExclusive();
+    ::close(fd);
+  }
   const Common::Error error = file_->Status;
   EXPECT_EQ(error.Code(), FileError::LockFailed);
   EXPECT_EQ(CauseErrno(error), EWOULDBLOCK);
@@ -105,16 +133,10 @@ TEST_F(PosixFileTest, LocksConflictAndTheFirstFailureStays) {
   file_->SeekCurrent(INT64_MAX);
   EXPECT_EQ(file_->Status.Record(), error.Record());
   EXPECT_EQ(ReadBytes(dir_.Join("data.bin")), "content");
-
-  // Unlocking, and closing, let a lock go.
   file_->TakeError();
-  reader1->Unlock();
-  reader2->Unlock();
   file_->LockExclusive();
-  EXPECT_FALSE(reader1->Failed() || reader2->Failed() || file_->Failed());
-  file_.reset();
-  reader2->LockShared();
-  EXPECT_FALSE(reader2->Failed());
+  file_->Unlock();
+  EXPECT_FALSE(file_->Failed()) << "closing let the explicit lock go";
 }
 
 // /dev/full takes no byte; a file-size limit (SIGXFSZ ignored, in a child so

@@ -98,6 +98,7 @@ TEST_F(PosixFolderTest, FilesAndFoldersAreMadeFoundAndRemovedAndMayVanish) {
   std::unique_ptr<rio_file> created = folder_->CreateFile(u"a.txt", 0, 0);
   EXPECT_EQ(created->Size(), 0u) << "CreateFile empties what was there";
   created->Write("new", 3);
+  created.reset();
   EXPECT_FALSE(dynamic_cast<o_file*>(folder_->OpenFile(u"a.txt", kOpenRead).get()));
   const std::unique_ptr<i_file> writing = folder_->OpenFile(u"a.txt", kOpenReadWrite);
   EXPECT_EQ(dynamic_cast<rio_file&>(*writing).Size(), 3u) << "opening does not empty it";

@@ -179,14 +179,16 @@ TEST_F(DiskTest, ChainsReadThroughParentsWithZerosPastAShorterParent) {
   expected.replace(kBlock, kBlock, Pattern(kBlockSectors, 5));
   EXPECT_TRUE(Read("top.vhdx", 0, 4 * kBlockSectors) == expected);
 
-  auto top = Open("top.vhdx");
-  EXPECT_EQ(top->GetTop().GetFileType(), Vhdx::kDifferencingFile);
-  ASSERT_NE(top->GetTop().GetParent(), nullptr);
-  EXPECT_EQ(top->GetTop().GetParent()->GetFullName(), dir.Wide("middle.vhdx"));
-  const Vhdx::BlockCensus census = top->GetTop().CountBlocks();
-  EXPECT_EQ(census.PartiallyPresent, 1u);
-  EXPECT_EQ(census.FullyPresent, 1u);
-  EXPECT_EQ(census.SectorBitmaps, 1u);
+  {
+    auto top = Open("top.vhdx");
+    EXPECT_EQ(top->GetTop().GetFileType(), Vhdx::kDifferencingFile);
+    ASSERT_NE(top->GetTop().GetParent(), nullptr);
+    EXPECT_EQ(top->GetTop().GetParent()->GetFullName(), dir.Wide("middle.vhdx"));
+    const Vhdx::BlockCensus census = top->GetTop().CountBlocks();
+    EXPECT_EQ(census.PartiallyPresent, 1u);
+    EXPECT_EQ(census.FullyPresent, 1u);
+    EXPECT_EQ(census.SectorBitmaps, 1u);
+  }
   // The base's blocks the middle wrote partly stay partly present after a
   // second write that does not complete them, and rise when it does.
   Write("middle.vhdx", 0, Pattern(kBlockSectors, 6));

@@ -342,3 +342,38 @@ TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
 }
 
 }  // namespace
+
+// Two writers on one container would each keep their own tables and lose
+// the other's blocks. While vrig writes, a second vrig and qemu-io are kept
+// out, and while qemu-io holds the file, vrig is; what each writer wrote
+// stands afterwards.
+TEST_F(VhdxInteropTest, WritersKeepEachOtherOutOfAContainer) {
+  const std::string vhdx = dir.Join("held.vhdx"), fifo = dir.Join("input");
+  ASSERT_EQ(Vrig("create " + vhdx + " 8M").status, 0);
+  // Waits until a lock on the container shows, so that nothing races the holder.
+  const std::string held = "ino=$(stat -c %i " + vhdx + "); for i in $(seq 200); do "
+                           "grep -q \":$ino \" /proc/locks && break; sleep 0.05; done; ";
+  const Outcome whileVrigWrites = Shell(
+      "(mkfifo " + fifo + "; " VRIG_PATH " vhdx write " + vhdx + " 0 < " + fifo + " & pid=$!; exec 3>" + fifo +
+      "; " + held + "echo second:; head -c 512 /dev/zero | env LANGUAGE=en " VRIG_PATH " vhdx write " + vhdx +
+      " 8; echo status $?; echo qemu:; qemu-io -c 'write -P 7 1M 4k' " + vhdx +
+      "; echo status $?; head -c 1024 /dev/zero | tr '\\0' 'v' >&3; exec 3>&-; wait $pid; echo first $?)");
+  const std::string& out = whileVrigWrites.output;
+  EXPECT_NE(out.find("held.vhdx"), std::string::npos) << out;
+  EXPECT_NE(out.find("The file is in use by another program."), std::string::npos) << out;
+  EXPECT_EQ(out.find("status 0"), std::string::npos) << out;
+  EXPECT_NE(out.find("first 0"), std::string::npos) << out;
+
+  const Outcome whileQemuWrites =
+      Shell("(qemu-io -c 'write -P 9 2M 4k' -c 'sleep 10000' " + vhdx + " & pid=$!; " + held +
+            "head -c 512 /dev/zero | env LANGUAGE=en " VRIG_PATH " vhdx write " + vhdx +
+            " 8; echo status $?; kill $pid; wait $pid)");
+  EXPECT_NE(whileQemuWrites.output.find("The file is in use by another program."), std::string::npos)
+      << whileQemuWrites.output;
+  EXPECT_NE(whileQemuWrites.output.find("status 1"), std::string::npos) << whileQemuWrites.output;
+
+  Run("qemu-img check -q " + vhdx);
+  EXPECT_EQ(Vrig("read " + vhdx + " 0 2").output, std::string(1024, 'v'));
+  EXPECT_EQ(Vrig("read " + vhdx + " 8 1").output, std::string(512, '\0'));
+  EXPECT_EQ(Vrig("read " + vhdx + " 2048 1").output, std::string(512, '\0')) << "qemu-io was kept out";
+}
