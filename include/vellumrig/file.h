@@ -98,6 +98,17 @@ struct CredentialsCommand {
   const char16_t* Path;
 };
 
+// The command block that renames a file of a folder over another one in a
+// single step, replacing it (Rename itself never replaces). The module
+// writes a configuration beside the old one and puts it in place with this,
+// so that a failure never leaves neither; a folder without the command
+// answers 0x4000E and the module deletes, then renames.
+struct ReplaceCommand {
+  char Tag[4];  // "RPLC"
+  const char16_t* From;
+  const char16_t* To;
+};
+
 // File-error codes (facility 0x0004).
 namespace FileError {
 inline constexpr std::uint32_t Read = 0x40001;

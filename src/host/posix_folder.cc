@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -337,6 +338,19 @@ class PosixFolder final : public rio_dir {
       else error = ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
     }
     if (error != 0) Fail(ErrnoError(VR_SITE, FileError::Rename, error, from));
+  }
+
+  void IOCTL(void* command) override {
+    const auto* replace = static_cast<const ReplaceCommand*>(command);
+    if (!replace || std::memcmp(replace->Tag, "RPLC", 4) != 0 || !replace->From || !replace->To) {
+      rio_dir::IOCTL(command);
+      return;
+    }
+    std::string from, to;
+    if (!Resolve(VR_SITE, replace->From, FileError::Rename, from) ||
+        !Resolve(VR_SITE, replace->To, FileError::Rename, to) || Refuse(VR_SITE, from))
+      return;
+    if (::rename(from.c_str(), to.c_str()) != 0) Fail(ErrnoError(VR_SITE, FileError::Rename, errno, from));
   }
 
   void CreateFolder(const std::u16string& name) override {

@@ -36,6 +36,8 @@ inline constexpr ErrorMessage kParseConfigFailed{0x53000C, Msg::ParseConfigFaile
 inline constexpr ErrorMessage kInvalidConfigPath{0x53000C, Msg::InvalidConfigPath};
 inline constexpr ErrorMessage kConfigRootMismatch{0x53000C, Msg::ConfigRootMismatch};
 inline constexpr ErrorMessage kInvalidVMName{0x5301DF, Msg::InvalidVMName};
+inline constexpr ErrorMessage kFolderNamedOtherwise{0x5301E4, Msg::FolderNamedOtherwise};
+inline constexpr ErrorMessage kNotAMachineFile{0x53000C, Msg::NotAMachineFile};
 inline constexpr ErrorMessage kDeviceInterfaceNotSupported{0x530053, Msg::DeviceInterfaceNotSupported};
 
 // "Property '{0}' is not supported." for `name`.

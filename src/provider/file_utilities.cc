@@ -115,6 +115,18 @@ bool IsFolderEmpty(rio_dir& folder) {
   return !entries || entries->Status.Code() == FileError::EndOfFile;
 }
 
+Common::Error ReplaceFile(rio_dir& folder, const std::u16string& from, const std::u16string& to) {
+  ReplaceCommand command{{'R', 'P', 'L', 'C'}, from.c_str(), to.c_str()};
+  folder.IOCTL(&command);
+  Common::Error error = folder.TakeError();
+  if (!ChainHolds(error, FileError::NotSupported)) return error;
+  folder.DeleteFile(to);
+  error = folder.TakeError();
+  if (!error.IsEmpty() && !ChainHolds(error, FileError::NotFound)) return error;
+  folder.Rename(from, to);
+  return folder.TakeError();
+}
+
 Common::Error CreateFolderChain(rio_dir& folder) {
   if (folder.Self()) return Common::NoError;
   std::unique_ptr<rio_dir> parent = folder.OpenFolder(u"..");

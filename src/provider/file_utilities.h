@@ -34,6 +34,11 @@ bool IsFolderEmpty(rio_dir& folder);
 // Makes the folder and its missing parents; an empty error on success.
 Common::Error CreateFolderChain(rio_dir& folder);
 
+// Renames `from` over `to` within `folder`, replacing `to` when it is there.
+// In one step where the folder can (its replace command); otherwise `to` is
+// deleted first, and a stop in between leaves the text under `from`.
+Common::Error ReplaceFile(rio_dir& folder, const std::u16string& from, const std::u16string& to);
+
 // `text` when it is longer than `suffix` and ends in it, ignoring case;
 // otherwise `text` followed by `suffix`.
 std::u16string AddSuffix(const std::u16string& text, const std::u16string& suffix);

@@ -18,6 +18,7 @@
 namespace VirtualWareRaw {
 namespace {
 
+constexpr char kRootTag[] = "preferences";
 constexpr char kFirmwarePath[] = "preferences.hardware.firmware.value";
 constexpr char kMemoryPath[] = "preferences.hardware.memory.ram_size";
 constexpr char16_t kConfigExtension[] = u".vmc";
@@ -48,7 +49,14 @@ Common::Error RenameFolderAndFile(rio_dir& parent, const std::u16string& oldName
   std::unique_ptr<rio_dir> folder = parent.OpenFolder(newName);
   if (!folder) return Common::NoError;
   folder->Rename(oldName + extension, newName + extension);
-  return folder->TakeError();
+  Common::Error error = folder->TakeError();
+  if (error.IsEmpty()) return error;
+  // A folder renamed without its file is a machine nobody finds under
+  // either name: the folder gets its old name back. Should that fail too,
+  // the error says so behind the first.
+  parent.Rename(newName, oldName);
+  if (Common::Error undo = parent.TakeError()) error.AddReason(undo);
+  return error;
 }
 
 }  // namespace
@@ -159,9 +167,33 @@ void MSVirtualPCVM::FlushConfig() {
   if (!dirty_) return;
   if (readOnly_) throw Common::MessageError(VR_SITE, kReadOnlyVMModified, {configFile_});
   if (!config_) return;
-  std::unique_ptr<rio_file> file = dir_->CreateFile(configFile_, 0, 0);
+  // Rewritten in place, a configuration that meets a full disk half way
+  // leaves no machine at all. The new text goes to a file beside it, is put
+  // on disk, and only then takes the old one's place; on failure the old
+  // file stands as it was and the new one goes.
+  const std::u16string saving = configFile_ + u".saving";
+  std::unique_ptr<rio_file> file = dir_->CreateFile(saving, 0, 0);
   if (!file) throw Wrap(VR_SITE, kCreateConfigFailed, {configFile_}, dir_->TakeError());
-  if (!config_->Save(*file, true)) throw Wrap(VR_SITE, kCreateConfigFailed, {configFile_}, file->TakeError());
+  const bool saved = config_->Save(*file, true);
+  if (saved) file->Flush();
+  Common::Error error = file->TakeError();
+  if (!saved && error.IsEmpty()) error = Common::FileErrorOf(VR_SITE, FileError::Write);
+  file.reset();
+  if (error.IsEmpty()) error = ReplaceFile(*dir_, saving, configFile_);
+  if (!error.IsEmpty()) {
+    dir_->DeleteFile(saving);
+    dir_->TakeError();
+    throw Wrap(VR_SITE, kCreateConfigFailed, {configFile_}, error);
+  }
+}
+
+void MSVirtualPCVM::RemoveHardDisks() {
+  // Every machine file has this root; another XML file is refused here so
+  // that removing a machine never deletes a file that is none.
+  if (!LoadConfig().OpenChild(kRootTag, "", u"", false))
+    throw Common::MessageError(VR_SITE, kNotAMachineFile, {Path()});
+  // Hard disks are not reached yet: the files of disks a configuration
+  // names stay where they are, which loses nothing.
 }
 
 std::uint32_t MSVirtualPCVM::GetFirmwareType() {
@@ -275,6 +307,12 @@ Common::Error MSVirtualPCVM::Rename(const std::u16string& newName) {
     FlushConfig();
     std::unique_ptr<rio_dir> parent = dir_->OpenFolder(u"..");
     VerifyFileObject(*dir_, parent.get());
+    // The rename goes by name: a machine whose folder is named otherwise
+    // would move a sibling folder that happens to bear the machine's name.
+    std::unique_ptr<rio_dir> named = parent->OpenFolder(oldName);
+    parent->TakeError();
+    if (!named || named->IsSameFolder(*dir_) != 1)
+      throw Common::MessageError(VR_SITE, kFolderNamedOtherwise, {dir_->FullPath(), oldName});
     if (Common::Error error = RenameFolderAndFile(*parent, oldName, safe, kConfigExtension)) throw error;
     std::unique_ptr<rio_dir> renamed = parent->OpenFolder(safe);
     VerifyFileObject(*parent, renamed.get());

@@ -72,6 +72,12 @@ class MSVirtualPCVM final : public SafeVM, public PropertySet, public SafeVMAcce
   // The folder's full path and the file name, joined.
   std::u16string Path();
 
+  // The first step of removing the machine: its hard disks go, with their
+  // files. Throws, having deleted nothing, when the configuration does not
+  // parse or is no machine's: the disks are unknown then, and the file may
+  // not be a machine at all.
+  void RemoveHardDisks();
+
  private:
   ConfigurationParser& LoadConfig();
   void FlushConfig();

@@ -154,8 +154,10 @@ Common::Error MSVirtualPCImpl::RemoveVM(const wstring& id, const Common::Credent
     if (!folder) throw root->TakeError();
     if (!folder->Self()) throw folder->TakeError();
     const std::u16string file(last);
-    // Opening proves it is a machine file before anything is deleted.
-    OpenMSVPCVirtualMachine(*root, id).Reset();
+    {
+      Processor::AutoRef<SafeVM> vm = OpenMSVPCVirtualMachine(*root, id);
+      static_cast<MSVirtualPCVM*>(vm.Get())->RemoveHardDisks();
+    }
     folder->DeleteFile(file);
     if (Common::Error error = folder->TakeError()) throw error;
     if (IsFolderEmpty(*folder)) {

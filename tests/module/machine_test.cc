@@ -1,4 +1,6 @@
 // Machines on disk through the loaded module, as a host works with them.
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <iterator>
@@ -103,6 +105,23 @@ TEST_F(MachineTest, RenameByCaseChangesNothingAndByNameMovesFolderAndFile) {
   EXPECT_EQ(e.GetText(), u"Failed to rename virtual machine 'Crate' to 'Taken'.");
   EXPECT_EQ(e.Reason().Code(), 0x40013u) << Text(e);
   EXPECT_TRUE(Exists(VmcPath("Crate")));
+
+  // The file cannot follow the folder (its new name is taken inside): the
+  // folder gets its old name back.
+  ASSERT_EQ(::mkdir(dir.Join("Crate/Bin.vmc").c_str(), 0777), 0);
+  EXPECT_EQ(Properties(vm)->SetProperty(u"Name", u"Bin").Reason().Code(), 0x40013u);
+  EXPECT_TRUE(Exists(VmcPath("Crate")));
+  EXPECT_FALSE(Exists(dir.Join("Bin")));
+
+  // A machine whose folder has another name is not renamed: the folder of
+  // its name is a sibling's.
+  std::filesystem::create_directory(dir.Join("Other"));
+  std::filesystem::rename(VmcPath("Crate"), dir.Join("Other/Crate.vmc"));
+  AutoRef<SafeVM> moved = Open(dir.Join("Other/Crate.vmc"));
+  const Common::Error refused = Properties(moved)->SetProperty(u"Name", u"Moved");
+  EXPECT_EQ(refused.Reason().Code(), 0x5301E4u) << Text(refused);
+  EXPECT_TRUE(Exists(dir.Join("Crate")) && Exists(dir.Join("Other/Crate.vmc")));
+  EXPECT_FALSE(Exists(dir.Join("Moved")));
 }
 
 TEST_F(MachineTest, ReadOnlyMachineRefusesToWriteItsChanges) {
@@ -168,6 +187,20 @@ TEST_F(MachineTest, ConfigurationThatCannotBeWrittenFailsTheFlush) {
   EXPECT_EQ(e.Code(), 0x53000Cu) << Text(e);
   EXPECT_EQ(e.GetText(), u"Failed to create configuration file 'Blocked.vmc'.");
   EXPECT_FALSE(e.Reason().IsEmpty());
+
+  // A full disk half way through the rewrite leaves the old file whole, and
+  // nothing beside it.
+  AutoRef<SafeVM> full = Create(u"Full");
+  Properties(full)->SetProperty(u"Memory", u"1073741824");
+  HostTest::InChild([&] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {64, 64};
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 10;
+    const Common::Error error = Access(full)->Close();
+    if (error.Code() != 0x53000Cu || error.Reason().Code() != 0x40004u) return 11;
+    return ReadBytes(VmcPath("Full")) == kNewMachineFile ? 0 : 12;
+  });
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Join("Full")), {}), 1);
 }
 
 TEST_F(MachineTest, PropertyFailures) {

@@ -27,6 +27,19 @@ TEST_F(ServerMachinesTest, RemovingTheLastMachineRemovesItsFolder) {
   EXPECT_EQ(missing.Code(), 0x53002Eu) << Text(missing);
   EXPECT_EQ(missing.GetText(), u"Failed to delete the virtual machine.");
   EXPECT_EQ(missing.Reason().Code(), 0x40011u) << Text(missing);
+
+  // What is no machine file is not deleted, and neither is its folder.
+  std::filesystem::create_directory(dir.Join("Notes"));
+  const std::pair<const char*, const char*> others[] = {
+      {"Notes/notes.txt", "plain words"}, {"Notes/Broken.vmc", "<preferences><hardware>"},
+      {"Notes/other.xml", "<notes><hardware/></notes>"}};
+  for (const auto& [name, content] : others) {
+    WriteBytes(dir.Join(name), content);
+    const Common::Error e = server->RemoveVM(dir.Wide(name));
+    EXPECT_EQ(e.Code(), 0x53002Eu) << name;
+    EXPECT_EQ(e.Reason().Code(), 0x53000Cu) << Text(e);
+    EXPECT_EQ(ReadBytes(dir.Join(name)), content);
+  }
 }
 
 TEST_F(ServerMachinesTest, FindingByStorageAndNameGivesAtMostOneMachine) {
