@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/bat/bat_entry.h"
@@ -287,9 +288,16 @@ TEST_F(DiskTest, DeleteRemovesTheWholeChainOrNothing) {
   EXPECT_EQ(failed.Reason().Code(), 0x3C0030u);
   EXPECT_TRUE(HostTest::Exists(dir.Join("orphan.vhdx")));
 
-  Vhdx::DiskDeleter::Delete(*Folder(), u"top.vhdx");
-  for (const char* name : {"top.vhdx", "child.vhdx", "base.vhdx"}) EXPECT_FALSE(HostTest::Exists(dir.Join(name)));
-  EXPECT_TRUE(HostTest::Exists(dir.Join("orphan.vhdx")));
+  // vrig's rm takes the named file only: the parents may be other
+  // children's. --chain is the deleter above, top first.
+  const std::string vrig = std::string(VRIG_PATH) + " vhdx rm ";
+  for (const char* name : {"top.vhdx", "orphan.vhdx"}) {
+    EXPECT_EQ(HostTest::Shell(vrig + dir.Join(name)).status, 0) << name;
+    EXPECT_FALSE(HostTest::Exists(dir.Join(name)));
+  }
+  EXPECT_TRUE(HostTest::Exists(dir.Join("child.vhdx")) && HostTest::Exists(dir.Join("base.vhdx")));
+  EXPECT_EQ(HostTest::Shell(vrig + "--chain " + dir.Join("child.vhdx")).status, 0);
+  for (const char* name : {"child.vhdx", "base.vhdx"}) EXPECT_FALSE(HostTest::Exists(dir.Join(name)));
 }
 
 }  // namespace

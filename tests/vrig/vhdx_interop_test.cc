@@ -9,6 +9,8 @@
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -302,6 +304,64 @@ TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
   }
 }
 
+// The virtual size of a container may end inside a sector, which no read
+// reaches: its bytes export as zeros, never as what a buffer held before.
+TEST_F(VhdxInteropTest, ExportOfASizeInsideASectorEndsInZeros) {
+  const std::string vhdx = dir.Join("odd.vhdx"), raw = dir.Join("odd.raw");
+  ASSERT_EQ(Vrig("create " + vhdx + " 17M").status, 0);
+  const std::string input = dir.Join("input");
+  WriteBytes(input, std::string(4096, 'v'));
+  ASSERT_EQ(Vrig("write " + vhdx + " 2048 < " + input).status, 0);  // at 1 MiB
+  // The virtual disk size item, found through the region table (its GUIDs
+  // as stored), made 300 bytes longer.
+  const std::string file = ReadBytes(vhdx);
+  const std::string metadataRegion("\x06\xa2\x7c\x8b\x90\x47\x9a\x4b\xb8\xfe\x57\x5f\x05\x0f\x88\x6e", 16);
+  const std::string sizeItem("\x24\x42\xa5\x2f\x1b\xcd\x76\x48\xb2\x11\x5d\xbe\xd8\x3b\xf4\xb8", 16);
+  const std::size_t region = file.find(metadataRegion, 192 * 1024), entry = file.find(sizeItem, kMiB);
+  ASSERT_TRUE(region != std::string::npos && entry != std::string::npos);
+  std::uint64_t metadata = 0;
+  std::uint32_t itemOffset = 0;
+  std::memcpy(&metadata, file.data() + region + 16, 8);
+  std::memcpy(&itemOffset, file.data() + entry + 16, 4);
+  const std::uint64_t size = 17 * kMiB + 300;
+  WriteAt(vhdx, metadata + itemOffset, std::string(reinterpret_cast<const char*>(&size), 8));
+
+  const Outcome exported = Vrig("export " + vhdx + " " + raw);
+  ASSERT_EQ(exported.status, 0) << exported.output;
+  const std::string image = ReadBytes(raw);
+  ASSERT_EQ(image.size(), size);
+  EXPECT_EQ(image.substr(kMiB, 4096), std::string(4096, 'v'));
+  EXPECT_EQ(image.substr(17 * kMiB), std::string(300, '\0'));
+}
+
+// A create or import stopped half way leaves nothing under the target's
+// name: a retry goes through, and the half-made file is plainly named.
+TEST_F(VhdxInteropTest, StoppedCreationsLeaveNothingUnderTheTargetName) {
+  const std::string raw = dir.Join("big.raw"), vhdx = dir.Join("big.vhdx");
+  std::mt19937_64 random(3);
+  WriteBytes(raw, RandomBytes(random, 96 * kMiB));
+  const Outcome stopped = Shell("(" VRIG_PATH " vhdx import " + raw + " " + vhdx + " & pid=$!; sleep 0.2; kill -9 $pid; wait $pid; ls " +
+                                dir.Path() + ")");
+  if (stopped.output.find("big.vhdx.vrig-partial-") != std::string::npos) {
+    EXPECT_FALSE(HostTest::Exists(vhdx)) << stopped.output;
+  } else {
+    EXPECT_EQ(Shell("qemu-img check -q " + vhdx).status, 0) << "finished before it was stopped";
+    std::remove(vhdx.c_str());
+  }
+  const Outcome retry = Vrig("import " + raw + " " + vhdx);
+  ASSERT_EQ(retry.status, 0) << retry.output;
+  ExpectBothRead(vhdx, raw);
+  // The leftover opens as nothing; rm removes it when forced.
+  const auto leftovers = [&] {
+    std::vector<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.Path()))
+      if (entry.path().string().find(".vrig-partial-") != std::string::npos) found.push_back(entry.path());
+    return found;
+  };
+  for (const std::string& leftover : leftovers()) EXPECT_EQ(Vrig("rm --force " + leftover).status, 0);
+  EXPECT_TRUE(leftovers().empty());
+}
+
 TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   const std::string missing = dir.Join("missing.vhdx");
   const Outcome gone = Vrig("info " + missing);
@@ -316,6 +376,12 @@ TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   EXPECT_EQ(foreign.status, 1);
   EXPECT_NE(foreign.output.find("Unknown format of the virtual disk."), std::string::npos) << foreign.output;
   EXPECT_FALSE(HostTest::Exists(dir.Join("out.raw")));
+  // What does not open is deleted only when asked for by force.
+  const Outcome kept = Vrig("rm " + text);
+  EXPECT_EQ(kept.status, 1);
+  EXPECT_NE(kept.output.find("--force deletes"), std::string::npos) << kept.output;
+  EXPECT_EQ(Vrig("rm --force " + text).status, 0);
+  EXPECT_FALSE(HostTest::Exists(text));
 
   const std::string vhdx = dir.Join("small.vhdx");
   ASSERT_EQ(Vrig("create " + vhdx + " 1M").status, 0);

@@ -45,9 +45,9 @@ TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
   const VrigRun create = Vrig("vm create . Web", "LANGUAGE=en", storage);
   ASSERT_EQ(create.status, 0) << create.output;
   EXPECT_EQ(create.output, vmc + "\n");
-  EXPECT_EQ(Vrig("vm set " + vmc + " Memory 1073741824").status, 0);
+  EXPECT_EQ(Vrig("vm set " + vmc + " Memory 1536M").status, 0);
   const VrigRun show = Vrig("vm show " + vmc);
-  EXPECT_NE(show.output.find("Name = Web\nFileName = " + vmc + "\nMemory = 1024\n"), std::string::npos)
+  EXPECT_NE(show.output.find("Name = Web\nFileName = " + vmc + "\nMemory = 1536M\n"), std::string::npos)
       << show.output;
   EXPECT_EQ(Vrig("vm find " + storage + " Web").output, vmc + "\n");
 
@@ -58,16 +58,63 @@ TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
   EXPECT_NE(gone.output.find("no machine 'Web'"), std::string::npos);
 
   // A failure prints the chain: the outer meaning, then each cause.
-  const VrigRun bad = Vrig("vm set " + renamed + " Memory lots");
+  const VrigRun bad = Vrig("vm set " + renamed + " Name ..");
   EXPECT_EQ(bad.status, 1);
-  const std::size_t outer = bad.output.find("Failed to set property 'Memory' to 'lots'.");
+  const std::size_t outer = bad.output.find("Failed to rename virtual machine 'App' to '..'.");
   EXPECT_NE(outer, std::string::npos) << bad.output;
-  EXPECT_LT(outer, bad.output.find("Error code: 0x53006F"));
-  EXPECT_NE(bad.output.find("Error code: 0x1\n"), std::string::npos) << bad.output;
+  EXPECT_LT(outer, bad.output.find("Error code: 0x530015"));
+  EXPECT_NE(bad.output.find("Error code: 0x5301DF\n"), std::string::npos) << bad.output;
 
   EXPECT_EQ(Vrig("vm rm App/App.vmc", "LANGUAGE=en", storage).status, 0);
   EXPECT_EQ(Vrig("vm show " + renamed).status, 1);
   EXPECT_TRUE(std::filesystem::is_empty(storage)) << "the machine folder went with it";
+}
+
+// The module writes the template over a machine and takes memory in bytes,
+// rounding down; vrig keeps machines unless told and refuses what a machine
+// cannot hold, saying why.
+TEST(VrigTest, MachinesAreKeptAndTakeOnlyValuesTheyCanHold) {
+  const HostTest::TempDir dir;
+  const std::string vmc = dir.Path() + "/Web/Web.vmc";
+  const auto shown = [&](const std::string& line) {
+    return Vrig("vm show " + vmc).output.find(line + "\n") != std::string::npos;
+  };
+  ASSERT_EQ(Vrig("vm create " + dir.Path() + " Web").status, 0);
+  EXPECT_EQ(Vrig("vm set " + vmc + " Memory 4G").status, 0);
+  const VrigRun again = Vrig("vm create " + dir.Path() + " Web");
+  EXPECT_EQ(again.status, 1);
+  EXPECT_NE(again.output.find("exists; --force"), std::string::npos) << again.output;
+  EXPECT_TRUE(shown("Memory = 4G"));
+  EXPECT_EQ(Vrig("vm create " + dir.Path() + " Web --force").status, 0);
+  EXPECT_TRUE(shown("Memory = 128M"));
+
+  const struct {
+    const char* property;
+    const char* value;
+    const char* says;  // null: accepted
+  } cases[] = {
+      {"Memory", "4096", "a number without a unit is bytes"},
+      {"Memory", "1536K", "whole mebibytes"},
+      {"Memory", "4096T", "whole mebibytes"},
+      {"Memory", "4096M", nullptr},
+      {"FirmwareType", "2", "0 (bios) or 1 (efi)"},
+      {"FirmwareType", "efi", nullptr},
+      {"CPUs", "4", "one processor"},
+      {"ID", "x", "ID is read-only"},
+      {"PowerState", "x", "read-only"},
+  };
+  for (const auto& c : cases) {
+    const VrigRun run = Vrig("vm set " + vmc + " " + c.property + " " + c.value);
+    EXPECT_EQ(run.status, c.says ? 1 : 0) << c.property << " " << c.value << "\n" << run.output;
+    if (c.says) {
+      EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    }
+  }
+  EXPECT_TRUE(shown("Memory = 4G") && shown("FirmwareType = 1") && shown("CPUs = 1"));
+
+  // An empty storage is the default machines folder, not the current one.
+  const VrigRun fallback = Vrig("vm create '' Dflt", "LANGUAGE=en VELLUMRIG_MACHINES=" + dir.Path() + "/default");
+  EXPECT_EQ(fallback.output, dir.Path() + "/default/Dflt/Dflt.vmc\n");
 }
 
 TEST(VrigTest, UnknownCommandsAndWrongArgumentsPrintUsage) {

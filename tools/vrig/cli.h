@@ -41,6 +41,6 @@ struct Session {
 std::string PropertyText(VirtualWareRaw::PropertySet& properties, const std::u16string& name);
 
 int Info(const Module& module, const std::vector<std::string>& args);
-int Vm(const Module& module, const std::vector<std::string>& args);
+int Vm(const Module& module, std::vector<std::string> args);
 
 }  // namespace vrig

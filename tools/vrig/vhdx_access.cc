@@ -1,12 +1,15 @@
 // Helpers of the vrig vhdx commands (paths, numbers, zeros, progress); for tools/vrig only.
 #include "vhdx_access.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 #include "cli.h"
 #include "vellumrig/host.h"
@@ -23,6 +26,21 @@ Place PlaceOf(const std::string& path, bool readOnly) {
 bool PathExists(const std::string& path) {
   struct stat st;
   return ::lstat(path.c_str(), &st) == 0;
+}
+
+PartialFile::PartialFile(std::string target)
+    : target_(std::move(target)), partial_(target_ + ".vrig-partial-" + std::to_string(::getpid())) {}
+
+PartialFile::~PartialFile() {
+  if (!published_) ::unlink(partial_.c_str());
+}
+
+void PartialFile::Publish() {
+  if (::renameat2(AT_FDCWD, partial_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE) != 0) {
+    const int error = errno;
+    throw std::runtime_error("cannot give '" + partial_ + "' its name '" + target_ + "': " + std::strerror(error));
+  }
+  published_ = true;
 }
 
 std::uint64_t ParseNumber(const std::string& text, const std::string& what) {

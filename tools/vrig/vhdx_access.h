@@ -30,6 +30,28 @@ Place PlaceOf(const std::string& path, bool readOnly);
 
 bool PathExists(const std::string& path);
 
+// A new file is made under a name of its own beside its target and takes
+// the target's name only when whole: a run stopped half way leaves nothing
+// under the name a retry wants, and nothing that passes for a finished file.
+// The name carries the process id, so two runs never share it; the file is
+// removed again unless published.
+class PartialFile {
+ public:
+  explicit PartialFile(std::string target);
+  ~PartialFile();
+  PartialFile(const PartialFile&) = delete;
+  PartialFile& operator=(const PartialFile&) = delete;
+
+  const std::string& Path() const { return partial_; }
+  // Renames it to the target, never over a file that appeared meanwhile.
+  void Publish();
+
+ private:
+  std::string target_;
+  std::string partial_;
+  bool published_ = false;
+};
+
 // A decimal number; `what` names it in the usage error.
 std::uint64_t ParseNumber(const std::string& text, const std::string& what);
 // A number of bytes with an optional K, M, G or T (binary multiples).

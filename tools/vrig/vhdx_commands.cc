@@ -11,6 +11,7 @@
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_deleter.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
+#include "vhdx/disk/disk_file_open.h"
 #include "vhdx/format/format.h"
 #include "vhdx_access.h"
 #include "vhdx_commands.h"
@@ -107,8 +108,10 @@ int Create(std::vector<std::string> args) {
     throw UsageError{"the size must be a non-zero multiple of the sector size (" + std::to_string(sectorSize) + ")"};
   if (size > kMaxVirtualSize) throw UsageError{"the size must not exceed 64T"};
   RefuseExisting(args[0]);
-  Place place = PlaceOf(args[0], false);
+  PartialFile target(args[0]);
+  Place place = PlaceOf(target.Path(), false);
   Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {size, sectorSize});
+  target.Publish();
   return 0;
 }
 
@@ -240,10 +243,39 @@ int Write(std::vector<std::string> args) {
   }
 }
 
+bool TakeFlag(std::vector<std::string>& args, const char* flag) {
+  const auto at = std::find(args.begin(), args.end(), flag);
+  if (at == args.end()) return false;
+  args.erase(at);
+  return true;
+}
+
+// The named file only: its parents may be other children's too. --chain
+// deletes them with it.
 int Remove(std::vector<std::string> args) {
-  Need(args, 1, "rm <file>");
+  const bool chain = TakeFlag(args, "--chain"), force = TakeFlag(args, "--force");
+  Need(args, 1, "rm <file> [--chain] [--force]");
+  if (chain && force) throw UsageError{"--chain follows the parents of a container that opens; it cannot go with --force"};
   Place place = PlaceOf(args[0], false);
-  Vhdx::DiskDeleter::Delete(*place.Folder, place.Name);
+  if (chain) {
+    Vhdx::DiskDeleter::Delete(*place.Folder, place.Name);
+    return 0;
+  }
+  if (!force) {
+    // Only what opens as a container (and is in nobody's hands) goes.
+    try {
+      std::unique_ptr<i_file> file = place.Folder->OpenFile(place.Name, kOpenRead);
+      if (!file) throw place.Folder->TakeError();
+      Vhdx::OnlyCheckingMetadataConsumer consumer;
+      Vhdx::FileHoldingDiskFile check(std::move(file), false, consumer);
+    } catch (const Common::Error& error) {
+      std::fprintf(stderr, "vrig: %s\nvrig: '%s' was not deleted; --force deletes a file that does not open\n",
+                   Common::ToUtf8(Common::FullText(error)).c_str(), args[0].c_str());
+      return 1;
+    }
+  }
+  place.Folder->DeleteFile(place.Name);
+  Check(place.Folder->TakeError());
   return 0;
 }
 

@@ -70,21 +70,6 @@ void WriteFully(int fd, const std::uint8_t* data, std::size_t size, std::uint64_
   }
 }
 
-// Removes a half-made target when the transfer fails, so that a retry does
-// not meet it.
-class Unfinished {
- public:
-  explicit Unfinished(std::string path) : path_(std::move(path)) {}
-  ~Unfinished() {
-    if (!done_) ::unlink(path_.c_str());
-  }
-  void Done() { done_ = true; }
-
- private:
-  std::string path_;
-  bool done_ = false;
-};
-
 std::uint64_t RoundDown(std::uint64_t value, std::uint64_t grain) { return value / grain * grain; }
 
 // The next stretch of a raw image worth reading from `offset` on: holes
@@ -118,8 +103,8 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
   ::posix_fadvise(in.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   const std::uint64_t virtualSize = (size + sectorSize - 1) / sectorSize * sectorSize;
 
-  Unfinished target(vhdx);
-  Place place = PlaceOf(vhdx, false);
+  PartialFile target(vhdx);
+  Place place = PlaceOf(target.Path(), false);
   Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {virtualSize, sectorSize});
   {
     Vhdx::OnlyCheckingMetadataConsumer consumer;
@@ -142,7 +127,7 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
     }
     progress.Finish();
   }
-  target.Done();
+  target.Publish();
   return 0;
 }
 
@@ -153,14 +138,19 @@ int Export(const std::string& vhdx, const std::string& raw) {
   Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
   const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
 
-  Descriptor out(::open(raw.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666), raw);
-  Unfinished target(raw);
+  PartialFile target(raw);
+  Descriptor out(::open(target.Path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), target.Path());
   std::vector<std::uint8_t> buffer(kTransferBytes);
   Progress progress(parameters.VirtualSize);
   for (std::uint64_t offset = 0; offset < parameters.VirtualSize; offset += kTransferBytes) {
     const std::size_t n =
         static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, parameters.VirtualSize - offset));
-    disk.Read(offset / parameters.LogicalSectorSize, n / parameters.LogicalSectorSize, buffer.data());
+    const std::size_t whole = n / parameters.LogicalSectorSize;
+    disk.Read(offset / parameters.LogicalSectorSize, whole, buffer.data());
+    // A virtual size may end inside a sector that no read reaches: those
+    // bytes are zeros, not what the buffer held from the stretch before.
+    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(whole * parameters.LogicalSectorSize),
+              buffer.begin() + static_cast<std::ptrdiff_t>(n), 0);
     // Zeros become holes; the final size below gives the tail its length.
     ForEachDataRun(buffer.data(), n, [&](std::size_t at, std::size_t length) {
       WriteFully(out.Get(), buffer.data() + at, length, offset + at, raw);
@@ -170,7 +160,7 @@ int Export(const std::string& vhdx, const std::string& raw) {
   if (::ftruncate(out.Get(), static_cast<off_t>(parameters.VirtualSize)) != 0) Fail("cannot set the size of", raw);
   out.Close();
   progress.Finish();
-  target.Done();
+  target.Publish();
   return 0;
 }
 

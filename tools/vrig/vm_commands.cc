@@ -1,7 +1,11 @@
 // vrig vm: machines on disk, through the module's interfaces.
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <stdexcept>
 
 #include "cli.h"
+#include "vhdx_access.h"
 
 namespace vrig {
 namespace {
@@ -29,16 +33,89 @@ void Need(const std::vector<std::string>& args, std::size_t count, const char* f
   if (args.size() != count + 1) throw UsageError{std::string("usage: vrig vm ") + form};
 }
 
+// Removes `flag` from `args`; whether it was there.
+bool TakeFlag(std::vector<std::string>& args, const char* flag) {
+  const auto at = std::find(args.begin(), args.end(), flag);
+  if (at == args.end()) return false;
+  args.erase(at);
+  return true;
+}
+
+// The machine keeps its memory in whole mebibytes, in 32 bits.
+constexpr std::uint64_t kMiB = 1 << 20;
+
+std::string MemoryText(const std::string& mebibytes) {
+  std::uint64_t value = 0;
+  try {
+    value = ParseNumber(mebibytes, "memory");
+  } catch (const UsageError&) {
+    return mebibytes;  // not a number: shown as the file has it
+  }
+  if (value != 0 && value % (1 << 20) == 0) return std::to_string(value >> 20) + "T";
+  if (value != 0 && value % (1 << 10) == 0) return std::to_string(value >> 10) + "G";
+  return std::to_string(value) + "M";
+}
+
+// A value from the command line in the form the module takes, or a refusal
+// that says what the machine can hold: the module itself would silently
+// round memory down, wrap it, or keep one processor.
+std::string ModuleValue(const std::string& property, const std::string& value) {
+  if (property == "ID" || property == "FileName" || property == "GuestOS" || property == "PowerState")
+    throw std::runtime_error(property + " is read-only; vrig can set Name, Memory and FirmwareType");
+  if (property == "CPUs") {
+    if (value != "1") throw std::runtime_error("a machine has one processor; CPUs cannot be changed");
+    return value;
+  }
+  if (property == "Memory") {
+    const std::uint64_t bytes = ParseSize(value);
+    if (bytes < kMiB || bytes % kMiB != 0 || (bytes >> 20) > UINT32_MAX)
+      throw std::runtime_error("memory is kept in whole mebibytes from 1M to 4294967295M; " + value +
+                               " is not (a number without a unit is bytes: write 4096M or 4G)");
+    return std::to_string(bytes);
+  }
+  if (property == "FirmwareType") {
+    if (value == "0" || value == "bios") return "0";
+    if (value == "1" || value == "efi") return "1";
+    throw std::runtime_error("FirmwareType is 0 (bios) or 1 (efi), not " + value);
+  }
+  return value;
+}
+
+// The module writes the template over an existing machine; vrig keeps it
+// unless told.
+void RefuseExistingMachine(Session& session, std::u16string storage, const std::string& name) {
+  if (storage.empty()) {
+    std::vector<std::u16string> folders;
+    Check(session.Server->GetVMDefaultFolders(folders));
+    if (folders.empty()) return;
+    storage = folders.front();
+  }
+  auto workstation = Processor::QueryInterface<VirtualWareRaw::VirtualWorkstation>(session.Server);
+  AutoRef<VirtualWareRaw::SafeVMCollection> found;
+  Check(workstation->GetRegisteredVMs(storage, Common::Credentials{}, Wide(name), found));
+  std::uint32_t count = 0;
+  Check(found->GetCount(count));
+  if (count == 0) return;
+  AutoRef<SafeVM> vm;
+  Check(found->GetItem(0, vm));
+  throw std::runtime_error("machine '" + Property(vm, u"ID") +
+                           "' exists; --force writes a new one over it");
+}
+
 }  // namespace
 
-int Vm(const Module& module, const std::vector<std::string>& args) {
+int Vm(const Module& module, std::vector<std::string> args) {
   if (args.empty()) throw UsageError{"vm needs a command"};
-  const std::string& what = args[0];
+  const std::string what = args[0];
   Session session(module);
   if (what == "create") {
-    Need(args, 2, "create <storage> <name>");
+    const bool force = TakeFlag(args, "--force");
+    Need(args, 2, "create <storage> <name> [--force]");
+    // An empty storage is the module's: it picks the default machines folder.
+    std::u16string storage = args[1].empty() ? std::u16string() : Absolute(args[1]);
+    if (!force) RefuseExistingMachine(session, storage, args[2]);
     AutoRef<SafeVM> vm;
-    Check(session.Server->CreateVM(Absolute(args[1]), Wide(args[2]), 0, vm));
+    Check(session.Server->CreateVM(storage, Wide(args[2]), 0, vm));
     std::printf("%s\n", Property(vm, u"ID").c_str());
   } else if (what == "show") {
     Need(args, 1, "show <vmc>");
@@ -46,13 +123,17 @@ int Vm(const Module& module, const std::vector<std::string>& args) {
     auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(vm);
     std::vector<std::u16string> names;
     Check(properties->GetPropertyNames(names));
-    for (const auto& name : names)
-      std::printf("%s = %s\n", Narrow(name).c_str(), PropertyText(*properties, name).c_str());
+    for (const auto& name : names) {
+      std::string text = PropertyText(*properties, name);
+      if (name == u"Memory") text = MemoryText(text);
+      std::printf("%s = %s\n", Narrow(name).c_str(), text.c_str());
+    }
   } else if (what == "set") {
     Need(args, 3, "set <vmc> <property> <value>");
+    const std::string value = ModuleValue(args[2], args[3]);
     AutoRef<SafeVM> vm = OpenMachine(session, args[1]);
     Check(Processor::QueryInterface<VirtualWareRaw::PropertySet>(vm)->SetProperty(Wide(args[2]),
-                                                                                 Wide(args[3])));
+                                                                                 Wide(value)));
     CloseForWriting(vm);
   } else if (what == "rename") {
     Need(args, 2, "rename <vmc> <new name>");
