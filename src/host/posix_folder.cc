@@ -350,7 +350,17 @@ class PosixFolder final : public rio_dir {
     if (!Resolve(VR_SITE, replace->From, FileError::Rename, from) ||
         !Resolve(VR_SITE, replace->To, FileError::Rename, to) || Refuse(VR_SITE, from))
       return;
-    if (::rename(from.c_str(), to.c_str()) != 0) Fail(ErrnoError(VR_SITE, FileError::Rename, errno, from));
+    if (::rename(from.c_str(), to.c_str()) != 0) {
+      Fail(ErrnoError(VR_SITE, FileError::Rename, errno, from));
+      return;
+    }
+    // The new name is on disk only once the folder is: until then a crash
+    // could bring the old file back after the caller was told otherwise.
+    const int folder = ::open(to.substr(0, to.rfind('/') + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0) {
+      ::fsync(folder);
+      ::close(folder);
+    }
   }
 
   void CreateFolder(const std::u16string& name) override {
