@@ -81,9 +81,8 @@ inline constexpr ErrorMessage kParentNotFound{0x3C0030, Msg::EngineParentNotFoun
 inline constexpr ErrorMessage kLinkageMismatch{0x3C0025, Msg::EngineLinkageMismatch};
 inline constexpr ErrorMessage kParentSectorSize{0x3C0025, Msg::EngineParentSectorSize};
 inline constexpr ErrorMessage kNotAllSectorsRead{0x3C0023, Msg::EngineNotAllSectorsRead};
-// Reasons behind kParentNotFound when a chain loops or never ends.
+// The reason behind kParentNotFound when a chain loops.
 inline constexpr ErrorMessage kParentCycle{0x3C0030, Msg::EngineParentCycle};
-inline constexpr ErrorMessage kChainTooDeep{0x3C0030, Msg::EngineChainTooDeep};
 
 // Creating and deleting containers.
 inline constexpr ErrorMessage kCodeNotImplemented{0x100401, Msg::CodeNotImplemented};
