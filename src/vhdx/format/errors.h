@@ -25,6 +25,8 @@ inline constexpr ErrorMessage kUnknownBlockState{0x3C001A, Msg::EngineUnknownBlo
 inline constexpr ErrorMessage kPartialInFixed{0x3C0019, Msg::EnginePartialInFixed};
 inline constexpr ErrorMessage kBitmapMissing{0x3C001B, Msg::EngineBitmapMissing};
 inline constexpr ErrorMessage kBeyondAllocation{0x3C0008, Msg::EngineBeyondAllocation};
+// A write whose BAT entries lie behind a BAT region stated too short.
+inline constexpr ErrorMessage kBatRegionShort{0x3C0008, Msg::EngineBatRegionShort};
 
 // The metadata region and its items.
 inline constexpr ErrorMessage kMetadataSignature{0x3C0012, Msg::EngineMetadataSignature};
