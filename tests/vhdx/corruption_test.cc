@@ -1,7 +1,5 @@
-// Containers damaged or crafted behind the engine's back: a cut-off end, a
-// BAT region stated too short, stale sector bitmap bits of an absent block,
-// zero and unmapped blocks of a child. Reads must show what the tables say
-// and writes must not destroy what other entries still name.
+// Containers damaged or crafted behind the engine's back. Reads must show
+// what the tables say, writes must not destroy what other entries name.
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -45,8 +43,10 @@ class CorruptionTest : public ::testing::Test {
   std::unique_ptr<Vhdx::Disk> Open(const std::string& name, bool writable = false) {
     return std::make_unique<Vhdx::DiskImpl>(*Folder(), Common::FromUtf8(name), consumer, writable);
   }
-  void CreateDisk(const std::string& name, std::uint64_t size) {
+  // A dynamic file written with `data` from sector 0.
+  void CreateDisk(const std::string& name, std::uint64_t size, const std::string& data) {
     Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, kSector});
+    Write(name, 0, data);
   }
   void Write(const std::string& name, std::uint64_t sector, const std::string& data) {
     Open(name, true)->Write(sector, data.size() / kSector, data.data());
@@ -56,7 +56,7 @@ class CorruptionTest : public ::testing::Test {
     Open(name)->Read(sector, count, data.data());
     return data;
   }
-  // `child` over `parent`, which must have been written to already.
+  // `child` over `parent`, which must have been written to.
   void CreateChild(const std::string& child, const std::string& parent, std::uint64_t size) {
     const Common::Guid linkage = Open(parent)->GetTop().GetWriteGuids().DataWriteGuid;
     VhdxTest::CreateDifferencingChild(*Folder(), Common::FromUtf8(child), size, kSector,
@@ -72,11 +72,6 @@ class CorruptionTest : public ::testing::Test {
     const std::string bytes = HostTest::ReadBytes(dir.Join(name)).substr(kBatOffset + 8 * index, 8);
     return Vhdx::BatEntry(Vhdx::LoadLe64(reinterpret_cast<const std::uint8_t*>(bytes.data())));
   }
-  void SetEntry(const std::string& name, std::uint64_t index, std::uint32_t state) {
-    std::string bytes(8, '\0');
-    Vhdx::StoreLe64(reinterpret_cast<std::uint8_t*>(bytes.data()), state);
-    Patch(name, kBatOffset + 8 * index, bytes);
-  }
 
   HostTest::TempDir dir;
   Vhdx::OnlyCheckingMetadataConsumer consumer;
@@ -85,9 +80,8 @@ class CorruptionTest : public ::testing::Test {
 // Cut off in the middle of block 1: the block written next must not land
 // where block 1's entry still points, and qemu must agree with the result.
 TEST_F(CorruptionTest, ANewBlockGoesBehindEveryBlockAFileWithACutOffEndNames) {
-  CreateDisk("cut.vhdx", 8 * kBlock);
   const std::string a = Pattern(kBlockSectors, 1), b = Pattern(kBlockSectors, 2), c = Pattern(kBlockSectors, 3);
-  Write("cut.vhdx", 0, a + b);
+  CreateDisk("cut.vhdx", 8 * kBlock, a + b);
   ASSERT_EQ(Entry("cut.vhdx", 1).GetFileOffset(), 2 * kBlock);
   std::filesystem::resize_file(dir.Join("cut.vhdx"), 2 * kBlock + kBlock / 2);
 
@@ -97,18 +91,17 @@ TEST_F(CorruptionTest, ANewBlockGoesBehindEveryBlockAFileWithACutOffEndNames) {
   EXPECT_TRUE(Read("cut.vhdx", 0, 3 * kBlockSectors) == expected);
   if (!HostTest::Have("qemu-img")) return;
   const std::string path = dir.Join("cut.vhdx");
-  const HostTest::Outcome check = HostTest::Shell("qemu-img check -f vhdx " + path);
-  EXPECT_EQ(check.status, 0) << check.output;
-  ASSERT_EQ(HostTest::Shell("qemu-img convert -f vhdx -O raw " + path + " " + path + ".raw").status, 0);
+  const HostTest::Outcome check = HostTest::Shell("qemu-img check -f vhdx " + path + " && qemu-img convert -f vhdx -O raw " +
+                                                  path + " " + path + ".raw");
+  ASSERT_EQ(check.status, 0) << check.output;
   EXPECT_TRUE(HostTest::ReadBytes(path + ".raw").substr(0, 3 * kBlock) == expected);
 }
 
 // Entries behind the region's stated end still name data: reads take them
 // where they lie, writes into them are refused for what they are.
 TEST_F(CorruptionTest, AShortBatRegionReadsTheTableAndRefusesWritesBehindIt) {
-  CreateDisk("short.vhdx", 8 * kBlock);
   const std::string data = Pattern(2 * kBlockSectors, 4);
-  Write("short.vhdx", 0, data);
+  CreateDisk("short.vhdx", 8 * kBlock, data);
   {
     std::unique_ptr<i_file> host = Folder()->OpenFile(u"short.vhdx", kOpenReadWrite);
     Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*host));
@@ -130,9 +123,8 @@ TEST_F(CorruptionTest, AShortBatRegionReadsTheTableAndRefusesWritesBehindIt) {
 // the chunk's bitmap while the block stays absent; the next write into it
 // must not take those bits for its own sectors.
 TEST_F(CorruptionTest, StaleBitsOfAnAbsentBlockDoNotHideTheParent) {
-  CreateDisk("parent.vhdx", 2 * kBlock);
   const std::string parent = Pattern(2 * kBlockSectors, 6);
-  Write("parent.vhdx", 0, parent);
+  CreateDisk("parent.vhdx", 2 * kBlock, parent);
   CreateChild("child.vhdx", "parent.vhdx", 2 * kBlock);
   Write("child.vhdx", 0, Pattern(1, 7));  // gives chunk 0 its bitmap
   const Vhdx::BatEntry bitmap = Entry("child.vhdx", kBitmapEntry);
@@ -140,29 +132,23 @@ TEST_F(CorruptionTest, StaleBitsOfAnAbsentBlockDoNotHideTheParent) {
   Patch("child.vhdx", bitmap.GetFileOffset() + kBlockSectors / 8, std::string(kBlockSectors / 8, '\xFF'));
   ASSERT_TRUE(Read("child.vhdx", kBlockSectors, kBlockSectors) == parent.substr(kBlock));
 
-  const std::string one = Pattern(1, 8);
-  Write("child.vhdx", kBlockSectors + 5, one);
-  std::string expected = parent.substr(kBlock);
-  expected.replace(5 * kSector, kSector, one);
-  EXPECT_TRUE(Read("child.vhdx", kBlockSectors, kBlockSectors) == expected);
+  Write("child.vhdx", kBlockSectors + 5, Pattern(1, 8));
+  EXPECT_TRUE(Read("child.vhdx", kBlockSectors, kBlockSectors) ==
+              parent.substr(kBlock).replace(5 * kSector, kSector, Pattern(1, 8)));
 }
 
 // A child's block that reads zeros goes on reading zeros around a write.
 TEST_F(CorruptionTest, AZeroOrUnmappedBlockOfAChildStaysZeroWhereNotWritten) {
-  CreateDisk("parent.vhdx", kBlock);
-  Write("parent.vhdx", 0, Pattern(kBlockSectors, 9));
+  CreateDisk("parent.vhdx", kBlock, Pattern(kBlockSectors, 9));
   for (const std::uint32_t state : {std::uint32_t{Vhdx::PAYLOAD_BLOCK_ZERO}, std::uint32_t{Vhdx::PAYLOAD_BLOCK_UNMAPPED}}) {
     SCOPED_TRACE(state);
     const std::string name = "child" + std::to_string(state) + ".vhdx";
     CreateChild(name, "parent.vhdx", kBlock);
-    SetEntry(name, 0, state);
+    Patch(name, kBatOffset, std::string(1, static_cast<char>(state)) + std::string(7, '\0'));
     ASSERT_TRUE(Read(name, 0, kBlockSectors) == std::string(kBlock, '\0'));
 
-    const std::string one = Pattern(1, 10);
-    Write(name, 7, one);
-    std::string expected(kBlock, '\0');
-    expected.replace(7 * kSector, kSector, one);
-    EXPECT_TRUE(Read(name, 0, kBlockSectors) == expected);
+    Write(name, 7, Pattern(1, 10));
+    EXPECT_TRUE(Read(name, 0, kBlockSectors) == std::string(kBlock, '\0').replace(7 * kSector, kSector, Pattern(1, 10)));
   }
 }
 
