@@ -74,7 +74,7 @@ class BlockReadTest : public ::testing::Test {
   WriteableFile file{raw};
   ReadLoggingFile logged{file};
   BlockGeometry geometry = BlockGeometry::Make(kMiB, 512, 2 * kRatio * kMiB);
-  BatAreaLoader loader{logged, {kMiB, kMiB}, kRatio};
+  BatAreaLoader loader{logged, {kMiB, kMiB}, kRatio, geometry.BatEntryCount};
   std::string buffer;
   std::shared_ptr<Vhd::DataOwningBitmap> wanted;
 };

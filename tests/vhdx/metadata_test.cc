@@ -107,10 +107,11 @@ struct OpenTree {
 
 class MetadataTest : public ::testing::Test {
  protected:
-  void Read(const std::string& image, MetadataConsumer& consumer) {
+  // The region is the whole image unless `regionSize` says less.
+  void Read(const std::string& image, MetadataConsumer& consumer, std::uint32_t regionSize = 0) {
     raw.Load(image);
-    const Area whole{0, static_cast<std::uint32_t>(image.size())};
-    MetadataReaderImpl(std::make_unique<ReadOnlyFileRegionImpl>(file, whole)).Read(consumer);
+    const Area region{0, regionSize ? regionSize : static_cast<std::uint32_t>(image.size())};
+    MetadataReaderImpl(std::make_unique<ReadOnlyFileRegionImpl>(file, region)).Read(consumer);
   }
   // An expandable region over the image that grows by exactly what it is asked.
   struct Monitor : ExpansionMonitor {
@@ -217,6 +218,7 @@ TEST_F(MetadataTest, HostileTablesAndItemsAreRefusedWithoutReadingBeyondThem) {
     std::string image;
     std::uint32_t code;
     std::size_t delivered;
+    std::uint32_t region = 0;
   };
   std::string badSignature = RegionImage({{kOther, 0, "a"}});
   badSignature[3] ^= 0x10;
@@ -230,8 +232,11 @@ TEST_F(MetadataTest, HostileTablesAndItemsAreRefusedWithoutReadingBeyondThem) {
       {"count at the region's end", RegionImage({{kOther, 0, "a", 64}}, 65), 0, 1},
       {"item ends at the region's end", RegionImage({{kOther, 0, "a"}, {kOther, 0, "bc", 0x1FFFE}}),
        0, 2},
-      {"item one byte beyond", RegionImage({{kOther, 0, "a"}, {kOther, 0, "bc", 0x1FFFF}}),
-       0x3C0036, 1},
+      // Items get the region's own allowance of one byte.
+      {"item one byte beyond", RegionImage({{kOther, 0, "a"}, {kOther, 0, "bc", 0x1FFFF}}, 0x20001), 0, 2,
+       0x20000},
+      {"item two bytes beyond", RegionImage({{kOther, 0, "a"}, {kOther, 0, "bcd", 0x1FFFF}}, 0x20002), 0x3C0036, 1,
+       0x20000},
       {"offset that wraps", RegionImage({{kOther, 0, "a"}, {kOther, 0, "", 0xFFFFFFF8, 16}}),
        0x3C0036, 1},
       {"huge length", RegionImage({{kOther, 0, "", 0, 0xFFFFFFF0}}), 0x3C0036, 0},
@@ -239,7 +244,7 @@ TEST_F(MetadataTest, HostileTablesAndItemsAreRefusedWithoutReadingBeyondThem) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     Recorder all;
-    EXPECT_EQ(CodeOf([&] { Read(c.image, all); }), c.code);
+    EXPECT_EQ(CodeOf([&] { Read(c.image, all, c.region); }), c.code);
     EXPECT_EQ(all.got.size(), c.delivered);
   }
 }

@@ -24,9 +24,11 @@ struct BatArea {
 
 class BatAreaLoader {
  public:
-  // The file must outlive the loader. `batLocation` is the BAT region.
-  BatAreaLoader(File& file, const Area& batLocation, std::uint32_t chunkRatio)
-      : file_(file), batLocation_(batLocation), chunkRatio_(chunkRatio) {}
+  // The file must outlive the loader. `batLocation` is the BAT region, and
+  // `tableEntries` the entries the disk's geometry needs; those are read
+  // where they lie even when the region is stated shorter.
+  BatAreaLoader(File& file, const Area& batLocation, std::uint32_t chunkRatio, std::uint64_t tableEntries)
+      : file_(file), batLocation_(batLocation), chunkRatio_(chunkRatio), tableEntries_(tableEntries) {}
 
   // The slice for the chunks of the sectors [firstSector, firstSector +
   // count). The cached slice is returned as it stands, updates included,
@@ -43,6 +45,7 @@ class BatAreaLoader {
   File& file_;
   Area batLocation_;
   std::uint64_t chunkRatio_;
+  std::uint64_t tableEntries_;
   std::shared_ptr<BatArea> cached_;
 };
 

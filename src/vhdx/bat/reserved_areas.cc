@@ -1,5 +1,6 @@
 #include "vhdx/bat/reserved_areas.h"
 
+#include <algorithm>
 #include <string>
 
 #include "common/message_error.h"
@@ -15,6 +16,13 @@ void ReservedAreas::Check(std::uint64_t offset, std::uint64_t size) const {
     if (offset < area.Offset + area.Size && area.Offset < end)
       throw Common::MessageError(VR_SITE, kOverlappingBlock, {Common::FromUtf8(std::to_string(offset))});
   }
+}
+
+std::uint64_t ReservedAreas::End() const {
+  std::uint64_t end = 0;
+  for (const Vhd::FileRegion& area : areas_)
+    end = std::max(end, area.Offset > UINT64_MAX - area.Size ? UINT64_MAX : area.Offset + area.Size);
+  return end;
 }
 
 }  // namespace Vhdx

@@ -20,6 +20,8 @@ class ReservedAreas {
   // Raises 0x3C0040 naming `offset` when [offset, offset + size) touches a
   // reserved area.
   void Check(std::uint64_t offset, std::uint64_t size) const;
+  // The end of the last reserved byte (UINT64_MAX if it cannot be named).
+  std::uint64_t End() const;
 
  private:
   std::vector<Vhd::FileRegion> areas_;

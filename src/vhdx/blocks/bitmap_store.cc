@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "vhdx/blocks/bitmap_loader.h"
-#include "vhdx/blocks/block_writer.h"
 #include "vhdx/blocks/change_tracking_bitmap.h"
 #include "vhdx/format/format.h"
 
@@ -52,7 +51,7 @@ std::shared_ptr<Vhd::Bitmap> NewBitmapStore::GetBitmap() {
 
 void NewBitmapStore::Flush() {
   if (!bitmap_) return;
-  const std::uint64_t base = NextAlignedEnd(file_);
+  const std::uint64_t base = place_.Take(file_, kSectorBitmapBlockSize);
   file_.Write(base, bitmap_->GetDataSize(), bitmap_->GetData());
   entry_.SetFileOffsetMb(base / Format::kMiB);
   entry_.SetState(SB_BLOCK_PRESENT);

@@ -8,6 +8,7 @@
 
 #include "vhd/bitmap.h"
 #include "vhdx/bat/bat_entry.h"
+#include "vhdx/file/append_point.h"
 #include "vhdx/file/file.h"
 #include "vhdx/file/observer.h"
 
@@ -67,13 +68,14 @@ class ExistingBitmapStore : public BitmapStore,
   std::uint64_t firstByte_ = UINT64_MAX, endByte_ = 0;
 };
 
-// The chunk has none yet: one is made on first use and appended at the
-// 1 MiB-aligned end of the file when flushed, behind the payload.
+// The chunk has none yet: one is made on first use and appended when
+// flushed, behind the payload.
 class NewBitmapStore : public BitmapStore {
  public:
-  // The file, the entry (inside a loaded BatArea) and the cache must
-  // outlive the store.
-  NewBitmapStore(File& file, BatEntry& entry, BitmapCache& cache) : file_(file), entry_(entry), cache_(cache) {}
+  // The file, the place, the entry (inside a loaded BatArea) and the cache
+  // must outlive the store.
+  NewBitmapStore(File& file, AppendPoint& place, BatEntry& entry, BitmapCache& cache)
+      : file_(file), place_(place), entry_(entry), cache_(cache) {}
 
   std::shared_ptr<Vhd::Bitmap> GetBitmap() override;
   void Flush() override;
@@ -82,6 +84,7 @@ class NewBitmapStore : public BitmapStore {
 
  private:
   File& file_;
+  AppendPoint& place_;
   BatEntry& entry_;
   BitmapCache& cache_;
   std::shared_ptr<Vhd::DataOwningBitmap> bitmap_;

@@ -4,13 +4,8 @@
 
 namespace Vhdx {
 
-std::uint64_t NextAlignedEnd(File& file) {
-  const std::uint64_t size = file.GetSize();
-  return (size + Format::kMiB - 1) / Format::kMiB * Format::kMiB;
-}
-
 void AllocatingBlockWriter::Write(std::uint64_t offsetInBlock, const SourceBuffer& source) {
-  const std::uint64_t base = NextAlignedEnd(file_);
+  const std::uint64_t base = place_.Take(file_, blockSize_);
   file_.Write(base + offsetInBlock * source.SectorSize, source.Bytes(), source.Data);
   file_.Expand(base + blockSize_);
   OnWritten(base, offsetInBlock, source.Count);
@@ -24,6 +19,10 @@ void NonDifferencingDiskAllocatingBlockWriter::OnWritten(std::uint64_t base, std
 
 void DifferencingDiskAllocatingBlockWriter::OnWritten(std::uint64_t base, std::uint64_t offsetInBlock,
                                                       std::uint64_t count) {
+  // Cleared by way of all set: the bitmap clears partial bytes by XOR, so
+  // clearing a bit that is already clear would set it.
+  blockBitmap_->SetAll(true);
+  blockBitmap_->SetAll(false);
   blockBitmap_->Set(offsetInBlock, count, true);
   entry_.SetFileOffsetMb(base / Format::kMiB);
   const bool whole = blockBitmap_->Find(false) == blockBitmap_->GetSize();

@@ -1,6 +1,6 @@
 // The block writers: one small object per payload block of a write, chosen
-// by the block's BAT state. A block that is not yet in the file is placed
-// at the 1 MiB-aligned end of the file; the BAT entry is only changed in
+// by the block's BAT state. A block that is not yet in the file is appended
+// where the disk file's AppendPoint says; the BAT entry is only changed in
 // memory here, and written by the disk file after all payload and sector
 // bitmaps. Module-internal; made by the chunk writers.
 #pragma once
@@ -10,6 +10,7 @@
 
 #include "vhd/bitmap.h"
 #include "vhdx/bat/bat_entry.h"
+#include "vhdx/file/append_point.h"
 #include "vhdx/file/file.h"
 #include "vhdx/blocks/source_buffer.h"
 
@@ -32,9 +33,10 @@ class BlockWriter {
 // without a write of its own.
 class AllocatingBlockWriter : public BlockWriter {
  public:
-  // The file and the entry (inside a loaded BatArea) must outlive the writer.
-  AllocatingBlockWriter(File& file, std::uint32_t blockSize, BatEntry& entry)
-      : entry_(entry), file_(file), blockSize_(blockSize) {}
+  // The file, the place and the entry (inside a loaded BatArea) must
+  // outlive the writer.
+  AllocatingBlockWriter(File& file, AppendPoint& place, std::uint32_t blockSize, BatEntry& entry)
+      : entry_(entry), file_(file), place_(place), blockSize_(blockSize) {}
 
   void Write(std::uint64_t offsetInBlock, const SourceBuffer& source) override;
   bool IsBatEntryChanged() const override { return changed_; }
@@ -47,11 +49,14 @@ class AllocatingBlockWriter : public BlockWriter {
 
  private:
   File& file_;
+  AppendPoint& place_;
   std::uint32_t blockSize_;
 };
 
-// Without a parent the block counts as present whole: what was not written
-// reads as zeros.
+// The block counts as present whole: what was not written reads as zeros.
+// So for every block without a parent, and for a differencing file's block
+// that read zeros before (undefined, zero or unmapped): its other sectors
+// must go on reading zeros, not the parent's data.
 class NonDifferencingDiskAllocatingBlockWriter : public AllocatingBlockWriter {
  public:
   using AllocatingBlockWriter::AllocatingBlockWriter;
@@ -61,12 +66,14 @@ class NonDifferencingDiskAllocatingBlockWriter : public AllocatingBlockWriter {
 };
 
 // With a parent only the written sectors are this file's; the others still
-// read from the parent, as the block's bits in the sector bitmap say.
+// read from the parent, as the block's bits in the sector bitmap say. Bits
+// set for the block before it had a place in the file (a write cut short
+// before its BAT update) are cleared, or they would hide the parent's data.
 class DifferencingDiskAllocatingBlockWriter : public AllocatingBlockWriter {
  public:
-  DifferencingDiskAllocatingBlockWriter(File& file, std::uint32_t blockSize, BatEntry& entry,
+  DifferencingDiskAllocatingBlockWriter(File& file, AppendPoint& place, std::uint32_t blockSize, BatEntry& entry,
                                         std::shared_ptr<Vhd::Bitmap> blockBitmap)
-      : AllocatingBlockWriter(file, blockSize, entry), blockBitmap_(std::move(blockBitmap)) {}
+      : AllocatingBlockWriter(file, place, blockSize, entry), blockBitmap_(std::move(blockBitmap)) {}
 
  protected:
   void OnWritten(std::uint64_t base, std::uint64_t offsetInBlock, std::uint64_t count) override;
@@ -117,9 +124,5 @@ class BitmappedBlockWriter : public ExistingBlockWriter {
   std::shared_ptr<Vhd::Bitmap> blockBitmap_;
   bool changed_ = false;
 };
-
-// Where the engine puts anything new: the end of the file, rounded up to
-// whole MiB (0 stays 0).
-std::uint64_t NextAlignedEnd(File& file);
 
 }  // namespace Vhdx

@@ -46,21 +46,34 @@ std::unique_ptr<BlockWriter> NonDifferencingDiskChunkWriter::CreatePartialBlockW
 DifferencingDiskChunkWriter::DifferencingDiskChunkWriter(BatEntry* entries, std::uint32_t chunkRatio,
                                                          std::uint32_t sectorsPerBlock, File& dataFile,
                                                          File& structureFile, std::uint32_t blockSize,
-                                                         const ReservedAreas& reserved, BitmapCache& cache)
-    : ChunkWriter(entries, sectorsPerBlock, dataFile, blockSize, reserved),
+                                                         AppendPoint& place, const ReservedAreas& reserved,
+                                                         BitmapCache& cache)
+    : ChunkWriter(entries, sectorsPerBlock, dataFile, blockSize, place, reserved),
       bitmapStore_(CreateBitmapStore(structureFile, entries[chunkRatio], cache)) {}
 
 std::shared_ptr<BitmapStore> DifferencingDiskChunkWriter::CreateBitmapStore(File& file, BatEntry& entry,
                                                                            BitmapCache& cache) const {
   switch (entry.GetState()) {
     case SB_BLOCK_NOT_PRESENT:
-      return std::make_shared<NewBitmapStore>(file, entry, cache);
+      return std::make_shared<NewBitmapStore>(file, place_, entry, cache);
     case SB_BLOCK_PRESENT:
       reserved_.Check(entry.GetFileOffset(), kSectorBitmapBlockSize);
       return std::make_shared<ExistingBitmapStore>(file, entry, cache);
     default:
       throw Common::MessageError(VR_SITE, kUnknownBlockState);
   }
+}
+
+std::unique_ptr<BlockWriter> DifferencingDiskChunkWriter::CreateAllocatingBlockWriter(BatEntry& entry,
+                                                                                    std::uint64_t block) {
+  // Fully present, its other sectors zeros from the file's extension, is
+  // what both this engine and other readers take as the block's whole
+  // content; all bits set over zero data would say the same, but would cost
+  // a sector bitmap block the chunk may not have.
+  if (entry.GetState() != PAYLOAD_BLOCK_NOT_PRESENT)
+    return std::make_unique<NonDifferencingDiskAllocatingBlockWriter>(dataFile_, place_, blockSize_, entry);
+  return std::make_unique<DifferencingDiskAllocatingBlockWriter>(dataFile_, place_, blockSize_, entry,
+                                                                 BlockBitmap(block));
 }
 
 std::shared_ptr<Vhd::Bitmap> DifferencingDiskChunkWriter::BlockBitmap(std::uint64_t block) {

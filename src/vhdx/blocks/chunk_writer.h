@@ -9,6 +9,7 @@
 #include "vhdx/bat/bat_entry.h"
 #include "vhdx/blocks/bitmap_store.h"
 #include "vhdx/blocks/block_writer.h"
+#include "vhdx/file/append_point.h"
 #include "vhdx/file/file.h"
 #include "vhdx/bat/reserved_areas.h"
 #include "vhdx/blocks/source_buffer.h"
@@ -18,14 +19,15 @@ namespace Vhdx {
 class ChunkWriter {
  public:
   // `entries` are the chunk's payload entries followed by its bitmap entry,
-  // inside a loaded BatArea; it, the file and the reserved areas must
-  // outlive the writer.
+  // inside a loaded BatArea; it, the file, the place of new blocks and the
+  // reserved areas must outlive the writer.
   ChunkWriter(BatEntry* entries, std::uint32_t sectorsPerBlock, File& dataFile, std::uint32_t blockSize,
-              const ReservedAreas& reserved)
+              AppendPoint& place, const ReservedAreas& reserved)
       : entries_(entries),
         sectorsPerBlock_(sectorsPerBlock),
         dataFile_(dataFile),
         blockSize_(blockSize),
+        place_(place),
         reserved_(reserved) {}
   ChunkWriter(const ChunkWriter&) = delete;
   ChunkWriter& operator=(const ChunkWriter&) = delete;
@@ -56,6 +58,7 @@ class ChunkWriter {
   bool changed_ = false;
   File& dataFile_;
   std::uint32_t blockSize_;
+  AppendPoint& place_;
   const ReservedAreas& reserved_;
 };
 
@@ -67,7 +70,7 @@ class NonDifferencingDiskChunkWriter : public ChunkWriter {
 
  protected:
   std::unique_ptr<BlockWriter> CreateAllocatingBlockWriter(BatEntry& entry, std::uint64_t) override {
-    return std::make_unique<NonDifferencingDiskAllocatingBlockWriter>(dataFile_, blockSize_, entry);
+    return std::make_unique<NonDifferencingDiskAllocatingBlockWriter>(dataFile_, place_, blockSize_, entry);
   }
   // Raises kPartialInFixed (0x3C0019): only a file with a parent has them.
   std::unique_ptr<BlockWriter> CreatePartialBlockWriter(BatEntry& entry, std::uint64_t block) override;
@@ -78,15 +81,15 @@ class DifferencingDiskChunkWriter : public ChunkWriter {
   // The chunk's sector bitmap is kept through `structureFile`.
   // `cache` carries the chunk's bitmap from one request to the next.
   DifferencingDiskChunkWriter(BatEntry* entries, std::uint32_t chunkRatio, std::uint32_t sectorsPerBlock,
-                              File& dataFile, File& structureFile, std::uint32_t blockSize,
+                              File& dataFile, File& structureFile, std::uint32_t blockSize, AppendPoint& place,
                               const ReservedAreas& reserved, BitmapCache& cache);
 
   void Commit() override;
 
  protected:
-  std::unique_ptr<BlockWriter> CreateAllocatingBlockWriter(BatEntry& entry, std::uint64_t block) override {
-    return std::make_unique<DifferencingDiskAllocatingBlockWriter>(dataFile_, blockSize_, entry, BlockBitmap(block));
-  }
+  // A block that read zeros becomes fully present and needs no bits; one
+  // that was not present takes the written sectors from the parent.
+  std::unique_ptr<BlockWriter> CreateAllocatingBlockWriter(BatEntry& entry, std::uint64_t block) override;
   std::unique_ptr<BlockWriter> CreatePartialBlockWriter(BatEntry& entry, std::uint64_t block) override {
     return std::make_unique<BitmappedBlockWriter>(dataFile_, entry, BlockBitmap(block));
   }

@@ -38,6 +38,12 @@ struct FoundParent {
 
 }  // namespace
 
+struct DiskFileHierarchy::Parent {
+  std::unique_ptr<DiskFileHierarchy> File;
+  // Where the parent's own parent paths are resolved.
+  std::unique_ptr<rio_dir> Folder;
+};
+
 Common::Guid ParseParentLinkage(const std::u16string& value) {
   std::u16string text;
   const std::size_t open = value.find(u'{');
@@ -56,9 +62,15 @@ DiskFileHierarchy::DiskFileHierarchy(std::unique_ptr<i_file> file, bool writable
                                      SelectiveMetadataConsumer& consumer, std::u16string fullName)
     : FileHoldingDiskFile(std::move(file), writable, consumer), fullName_(std::move(fullName)) {}
 
-void DiskFileHierarchy::OpenParent(rio_dir& dir, SelectiveMetadataConsumer& consumer,
-                                   std::vector<std::u16string>& chain) {
-  if (GetFileType() != kDifferencingFile) return;
+DiskFileHierarchy::~DiskFileHierarchy() {
+  // Each parent is released with its own parent already taken from it.
+  std::unique_ptr<DiskFileHierarchy> next = std::move(parent_);
+  while (next) next = std::move(next->parent_);
+}
+
+DiskFileHierarchy::Parent DiskFileHierarchy::OpenParent(rio_dir& dir, SelectiveMetadataConsumer& consumer,
+                                                        const std::set<std::u16string>& chain) {
+  if (GetFileType() != kDifferencingFile) return {};
   const ParentLocatorEntryList entries = GetParentLocatorEntries();
   const Common::Guid linkage = GetParentLinkage(entries);
 
@@ -88,15 +100,10 @@ void DiskFileHierarchy::OpenParent(rio_dir& dir, SelectiveMetadataConsumer& cons
     error.AddReason(reasons);
     throw error;
   }
-  // A crafted chain may name one of its own files again, or never end.
-  Common::Error loop;
-  if (std::find(chain.begin(), chain.end(), found.FullName) != chain.end())
-    loop = Common::MessageError(VR_SITE, kParentCycle, {found.FullName});
-  else if (chain.size() >= kMaxChainDepth)
-    loop = Common::MessageError(VR_SITE, kChainTooDeep, {Decimal(kMaxChainDepth)});
-  if (loop) {
+  // A crafted chain may name one of its own files again and never end.
+  if (chain.count(found.FullName) != 0) {
     Common::Error error = Common::MessageError(VR_SITE, kParentNotFound);
-    error.AddReason(loop);
+    error.AddReason(Common::MessageError(VR_SITE, kParentCycle, {found.FullName}));
     throw error;
   }
 
@@ -107,32 +114,34 @@ void DiskFileHierarchy::OpenParent(rio_dir& dir, SelectiveMetadataConsumer& cons
   const std::uint32_t theirs = parent->GetDiskParameters().LogicalSectorSize;
   if (own != theirs) throw Common::MessageError(VR_SITE, kParentSectorSize, {Decimal(theirs), Decimal(own)});
 
-  chain.push_back(found.FullName);
-  parent->OpenParent(*found.Folder, consumer, chain);
-  parent_ = std::move(parent);
+  return {std::move(parent), std::move(found.Folder)};
 }
 
 void DiskFileHierarchy::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) {
-  FileHoldingDiskFile::Read(sector, wanted, buffer);
-  const std::uint64_t n = wanted.GetSize();
-  if (!parent_ || wanted.Find(true) >= n) return;
-
-  const DiskParameters own = GetDiskParameters();
-  const DiskParameters theirs = parent_->GetDiskParameters();
-  const std::uint64_t parentSectors = theirs.VirtualSize / theirs.LogicalSectorSize;
-  std::uint64_t m = 0;
-  if (sector < parentSectors) {
-    m = std::min(parentSectors - sector, n);
-    parent_->Read(sector, *wanted.GetSubBitmap(0, m), buffer);
-  }
-  // Past the parent's end the child reads zeros.
+  // Down the chain in a loop, each level with the part of the request that
+  // lies within its parent: a long chain must not recurse.
   auto* bytes = static_cast<std::uint8_t*>(buffer);
-  const std::uint64_t size = own.LogicalSectorSize;
-  for (std::uint64_t i = wanted.FindNext(m, true); i < n;) {
-    const std::uint64_t end = wanted.FindNext(i, false);
-    std::memset(bytes + i * size, 0, (end - i) * size);
-    wanted.Set(i, end - i, false);
-    i = end < n ? wanted.FindNext(end, true) : n;
+  Vhd::Bitmap* bits = &wanted;
+  std::shared_ptr<Vhd::Bitmap> view;
+  for (DiskFileHierarchy* level = this; level; level = level->parent_.get()) {
+    level->FileHoldingDiskFile::Read(sector, *bits, buffer);
+    const std::uint64_t n = bits->GetSize();
+    if (!level->parent_ || bits->Find(true) >= n) return;
+
+    const DiskParameters theirs = level->parent_->GetDiskParameters();
+    const std::uint64_t parentSectors = theirs.VirtualSize / theirs.LogicalSectorSize;
+    const std::uint64_t m = sector < parentSectors ? std::min(parentSectors - sector, n) : 0;
+    // Past the parent's end the child reads zeros.
+    const std::uint64_t size = level->GetDiskParameters().LogicalSectorSize;
+    for (std::uint64_t i = bits->FindNext(m, true); i < n;) {
+      const std::uint64_t end = bits->FindNext(i, false);
+      std::memset(bytes + i * size, 0, (end - i) * size);
+      bits->Set(i, end - i, false);
+      i = end < n ? bits->FindNext(end, true) : n;
+    }
+    if (m == 0) return;
+    view = bits->GetSubBitmap(0, m);
+    bits = view.get();
   }
 }
 
@@ -142,8 +151,16 @@ std::unique_ptr<DiskFileHierarchy> OpenHierarchy(rio_dir& dir, const std::u16str
   std::unique_ptr<i_file> file = OpenFile(*place.Folder, place.Name, writable);
   std::u16string fullName = place.Folder->FullPath() + place.Name;
   auto top = std::make_unique<DiskFileHierarchy>(std::move(file), writable, consumer, fullName);
-  std::vector<std::u16string> chain{fullName};
-  top->OpenParent(*place.Folder, consumer, chain);
+  std::set<std::u16string> chain{fullName};
+  DiskFileHierarchy* child = top.get();
+  std::unique_ptr<rio_dir> folder = std::move(place.Folder);
+  for (DiskFileHierarchy::Parent parent = child->OpenParent(*folder, consumer, chain); parent.File;
+       parent = child->OpenParent(*folder, consumer, chain)) {
+    chain.insert(parent.File->GetFullName());
+    child->parent_ = std::move(parent.File);
+    child = child->parent_.get();
+    folder = std::move(parent.Folder);
+  }
   return top;
 }
 

@@ -5,8 +5,8 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "common/guid.h"
 #include "vellumrig/folder.h"
@@ -20,14 +20,12 @@ inline constexpr char16_t kRelativePathKey[] = u"relative_path";
 inline constexpr char16_t kVolumePathKey[] = u"volume_path";
 inline constexpr char16_t kAbsoluteWin32PathKey[] = u"absolute_win32_path";
 
-// Chains deeper than this are refused: a real chain is a handful of files,
-// and a bound keeps a crafted one from exhausting the stack.
-inline constexpr std::size_t kMaxChainDepth = 64;
-
 class DiskFileHierarchy : public FileHoldingDiskFile {
  public:
   DiskFileHierarchy(std::unique_ptr<i_file> file, bool writable, SelectiveMetadataConsumer& consumer,
                     std::u16string fullName);
+  // Takes the chain down level by level: a long chain must not recurse.
+  ~DiskFileHierarchy() override;
 
   const std::u16string& GetFullName() const { return fullName_; }
   // Null at the root of the chain.
@@ -39,9 +37,11 @@ class DiskFileHierarchy : public FileHoldingDiskFile {
   friend std::unique_ptr<DiskFileHierarchy> OpenHierarchy(rio_dir&, const std::u16string&,
                                                           SelectiveMetadataConsumer&, bool);
 
-  // Opens the chain above this file, whose folder is `dir`; `chain` holds
-  // the full names of this file and those below it.
-  void OpenParent(rio_dir& dir, SelectiveMetadataConsumer& consumer, std::vector<std::u16string>& chain);
+  struct Parent;
+  // Opens and checks the direct parent of this file, whose folder is `dir`;
+  // none for a file without one. `chain` holds the full names of this file
+  // and those below it.
+  Parent OpenParent(rio_dir& dir, SelectiveMetadataConsumer& consumer, const std::set<std::u16string>& chain);
 
   std::u16string fullName_;
   std::unique_ptr<DiskFileHierarchy> parent_;
@@ -52,8 +52,9 @@ class DiskFileHierarchy : public FileHoldingDiskFile {
 // (or it is the last character). Text that is no GUID gives all zero.
 Common::Guid ParseParentLinkage(const std::u16string& value);
 
-// Opens `path` (relative to `dir`) and its whole chain; only the top file
-// is writable, and only when asked. Parents see the same consumer.
+// Opens `path` (relative to `dir`) and its whole chain, as deep as it goes;
+// only the top file is writable, and only when asked. Parents see the same
+// consumer.
 std::unique_ptr<DiskFileHierarchy> OpenHierarchy(rio_dir& dir, const std::u16string& path,
                                                  SelectiveMetadataConsumer& consumer, bool writable);
 

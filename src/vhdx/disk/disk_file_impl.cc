@@ -5,6 +5,7 @@
 
 #include "common/message_error.h"
 #include "common/site.h"
+#include "vellumrig/error_text.h"
 #include "vhdx/file/at_end_of_file_allocator.h"
 #include "vhdx/blocks/bat_disk_reader.h"
 #include "vhdx/blocks/chunk_writer.h"
@@ -25,6 +26,8 @@
 namespace Vhdx {
 
 namespace {
+
+std::u16string Decimal(std::uint64_t value) { return Common::FromUtf8(std::to_string(value)); }
 
 Area RegionArea(const RegionList& regions, const Common::Guid& guid) {
   const RegionTableEntry entry = GetRegionEntryById(regions, guid);
@@ -84,7 +87,7 @@ void DiskFileImpl::Init(SelectiveMetadataConsumer& consumer) {
   // sector size that would divide by zero or leave sectors unmapped.
   geometry_ = BlockGeometry::Make(blockSize_, parameters_.LogicalSectorSize, parameters_.VirtualSize);
   chunkTraits_ = std::make_unique<ChunkTraits>(geometry_.ChunkRatio, geometry_.SectorsPerBlock);
-  bat_ = std::make_unique<BatAreaLoader>(file, batLocation_, geometry_.ChunkRatio);
+  bat_ = std::make_unique<BatAreaLoader>(file, batLocation_, geometry_.ChunkRatio, TableEntries());
   FindReservedAreas();
 }
 
@@ -102,44 +105,74 @@ DiskFileLayout DiskFileImpl::GetLayout() {
   return {blockSize_, batLocation_.Offset, batLocation_.Size, metadata.Offset, metadata.Size};
 }
 
+std::uint64_t DiskFileImpl::TableEntries() const {
+  if (fileType_ == kDifferencingFile && geometry_.PayloadBlocks != 0)
+    return BitmapEntryIndex((geometry_.PayloadBlocks - 1) / geometry_.ChunkRatio, geometry_.ChunkRatio) + 1;
+  return geometry_.BatEntryCount;
+}
+
+template <class Fn>
+void DiskFileImpl::ForEachTableEntry(std::uint64_t count, Fn fn) {
+  constexpr std::uint64_t kPiece = Format::kMiB / sizeof(BatEntry);
+  std::vector<std::uint8_t> bytes(kPiece * sizeof(BatEntry));
+  for (std::uint64_t first = 0; first < count; first += kPiece) {
+    const std::uint64_t n = std::min(kPiece, count - first);
+    assembly_->GetReadFile().Read(batLocation_.Offset + first * sizeof(BatEntry), n * sizeof(BatEntry), bytes.data());
+    for (std::uint64_t i = 0; i < n; ++i) fn(first + i, BatEntry(LoadLe64(bytes.data() + i * sizeof(BatEntry))));
+  }
+}
+
 BlockCensus DiskFileImpl::CountBlocks() {
   BlockCensus census;
   census.Blocks = geometry_.PayloadBlocks;
   const ParametrizedBatIndexTraits traits(geometry_.ChunkRatio);
-  // A differencing file keeps a bitmap entry for its last, incomplete
-  // chunk too. Entries past the BAT region count as not present, as reads
-  // take them.
-  std::uint64_t entries = geometry_.BatEntryCount;
-  if (fileType_ == kDifferencingFile && geometry_.PayloadBlocks != 0)
-    entries = BitmapEntryIndex((geometry_.PayloadBlocks - 1) / geometry_.ChunkRatio, geometry_.ChunkRatio) + 1;
-  const std::uint64_t inRegion = std::min<std::uint64_t>(entries, batLocation_.Size / sizeof(BatEntry));
-  constexpr std::uint64_t kPiece = Format::kMiB / sizeof(BatEntry);
-  std::vector<std::uint8_t> bytes(kPiece * sizeof(BatEntry));
   std::uint64_t seen = 0;
-  for (std::uint64_t first = 0; first < inRegion; first += kPiece) {
-    const std::uint64_t n = std::min(kPiece, inRegion - first);
-    assembly_->GetReadFile().Read(batLocation_.Offset + first * sizeof(BatEntry), n * sizeof(BatEntry), bytes.data());
-    for (std::uint64_t i = 0; i < n; ++i) {
-      const BatEntry entry(LoadLe64(bytes.data() + i * sizeof(BatEntry)));
-      if (traits.IsBitmapEntry(first + i)) {
-        census.SectorBitmaps += entry.GetState() == SB_BLOCK_PRESENT;
-        continue;
-      }
-      if (traits.GetPayloadIndex(first + i) >= census.Blocks) continue;
-      ++seen;
-      switch (entry.GetState()) {
-        case PAYLOAD_BLOCK_NOT_PRESENT: ++census.NotPresent; break;
-        case PAYLOAD_BLOCK_UNDEFINED: ++census.Undefined; break;
-        case PAYLOAD_BLOCK_ZERO: ++census.Zero; break;
-        case PAYLOAD_BLOCK_UNMAPPED: ++census.Unmapped; break;
-        case PAYLOAD_BLOCK_FULLY_PRESENT: ++census.FullyPresent; break;
-        case PAYLOAD_BLOCK_PARTIALLY_PRESENT: ++census.PartiallyPresent; break;
-        default: ++census.Unknown; break;
-      }
+  ForEachTableEntry(TableEntries(), [&](std::uint64_t index, const BatEntry& entry) {
+    if (traits.IsBitmapEntry(index)) {
+      census.SectorBitmaps += entry.GetState() == SB_BLOCK_PRESENT;
+      return;
     }
-  }
+    if (traits.GetPayloadIndex(index) >= census.Blocks) return;
+    ++seen;
+    switch (entry.GetState()) {
+      case PAYLOAD_BLOCK_NOT_PRESENT: ++census.NotPresent; break;
+      case PAYLOAD_BLOCK_UNDEFINED: ++census.Undefined; break;
+      case PAYLOAD_BLOCK_ZERO: ++census.Zero; break;
+      case PAYLOAD_BLOCK_UNMAPPED: ++census.Unmapped; break;
+      case PAYLOAD_BLOCK_FULLY_PRESENT: ++census.FullyPresent; break;
+      case PAYLOAD_BLOCK_PARTIALLY_PRESENT: ++census.PartiallyPresent; break;
+      default: ++census.Unknown; break;
+    }
+  });
   census.NotPresent += census.Blocks - std::min(seen, census.Blocks);
   return census;
+}
+
+AppendPoint& DiskFileImpl::Place() {
+  if (place_) return *place_;
+  // Everything that names bytes of the file: its own structures, and every
+  // entry with a place, payload or sector bitmap, in the region or in the
+  // part of the table reads take from behind it. Entries that lie behind
+  // the end of the file cannot be read and are left out.
+  std::uint64_t end = reserved_.End();
+  const std::uint64_t size = assembly_->GetReadFile().GetSize();
+  const std::uint64_t held = batLocation_.Offset < size ? (size - batLocation_.Offset) / sizeof(BatEntry) : 0;
+  const std::uint64_t count =
+      std::min(held, std::max<std::uint64_t>(batLocation_.Size / sizeof(BatEntry), TableEntries()));
+  const ParametrizedBatIndexTraits traits(geometry_.ChunkRatio);
+  ForEachTableEntry(count, [&](std::uint64_t index, const BatEntry& entry) {
+    const std::uint64_t state = entry.GetState();
+    const bool bitmap = traits.IsBitmapEntry(index);
+    // Zero and unmapped entries may keep the place they had.
+    const bool placed = bitmap ? state == SB_BLOCK_PRESENT
+                               : state == PAYLOAD_BLOCK_ZERO || state == PAYLOAD_BLOCK_UNMAPPED ||
+                                     state == PAYLOAD_BLOCK_FULLY_PRESENT || state == PAYLOAD_BLOCK_PARTIALLY_PRESENT;
+    if (!placed || entry.GetFileOffset() == 0) return;
+    const std::uint64_t length = bitmap ? kSectorBitmapBlockSize : blockSize_;
+    end = std::max(end, entry.GetFileOffset() > UINT64_MAX - length ? UINT64_MAX : entry.GetFileOffset() + length);
+  });
+  place_ = std::make_unique<AppendPoint>(end);
+  return *place_;
 }
 
 void DiskFileImpl::EnumerateMetadata(MetadataConsumer& consumer) {
@@ -153,7 +186,8 @@ std::unique_ptr<MetadataModifier> DiskFileImpl::CreateModifier() {
   File& file = assembly_->GetStructureFile();
   // Read afresh: an earlier change may have moved the region.
   const Area location = RegionArea(RegionTableReader::Read(file), Format::kMetadataRegionGuid);
-  auto allocator = std::make_shared<AtEndOfFileAllocator>(file, Format::kMiB, Format::kMiB);
+  // A grown region goes where a new block would, never onto named bytes.
+  auto allocator = std::make_shared<AtEndOfFileAllocator>(file, Format::kMiB, Format::kMiB, Place().Floor());
   auto monitor = std::make_shared<UpdatingRegionMonitor>(Format::kMetadataRegionGuid, file);
   return std::make_unique<MetadataModifierImpl>(
       std::make_unique<ExpandableFileRegionImpl>(file, location, std::move(allocator), std::move(monitor)));
@@ -190,7 +224,11 @@ void DiskFileImpl::CheckBatRoom(std::uint64_t sector, std::uint64_t count) const
   std::uint64_t lastIndex = PayloadEntryIndex(lastBlock, geometry_.ChunkRatio);
   if (fileType_ == kDifferencingFile)
     lastIndex = std::max(lastIndex, BitmapEntryIndex(lastBlock / geometry_.ChunkRatio, geometry_.ChunkRatio));
-  if ((lastIndex + 1) * sizeof(BatEntry) > batLocation_.Size) throw Common::MessageError(VR_SITE, kBeyondAllocation);
+  // Reads take such entries from behind the region, but writing them would
+  // change bytes the region table gives to something else, or to nothing.
+  if ((lastIndex + 1) * sizeof(BatEntry) > batLocation_.Size)
+    throw Common::MessageError(VR_SITE, kBatRegionShort,
+                               {Decimal(batLocation_.Size / sizeof(BatEntry)), Decimal(lastIndex + 1)});
 }
 
 std::unique_ptr<ChunkWriter> DiskFileImpl::CreateChunkWriter(BatEntry* entries) {
@@ -198,11 +236,11 @@ std::unique_ptr<ChunkWriter> DiskFileImpl::CreateChunkWriter(BatEntry* entries) 
     case kFixedFile:
     case kDynamicFile:
       return std::make_unique<NonDifferencingDiskChunkWriter>(entries, geometry_.SectorsPerBlock,
-                                                              assembly_->GetDataFile(), blockSize_, reserved_);
+                                                              assembly_->GetDataFile(), blockSize_, Place(), reserved_);
     case kDifferencingFile:
       return std::make_unique<DifferencingDiskChunkWriter>(entries, geometry_.ChunkRatio, geometry_.SectorsPerBlock,
                                                            assembly_->GetDataFile(), assembly_->GetStructureFile(),
-                                                           blockSize_, reserved_, bitmapCache_);
+                                                           blockSize_, Place(), reserved_, bitmapCache_);
     default:
       throw Common::MessageError(VR_SITE, kUnknownFileType);
   }

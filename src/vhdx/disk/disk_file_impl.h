@@ -11,6 +11,7 @@
 #include "vhdx/blocks/bitmap_store.h"
 #include "vhdx/disk/disk_file.h"
 #include "vhdx/disk/file_assembly.h"
+#include "vhdx/file/append_point.h"
 #include "vhdx/bat/reserved_areas.h"
 
 namespace Vhdx {
@@ -42,6 +43,16 @@ class DiskFileImpl : public DiskFile {
   void CheckBound(std::uint64_t sector) const;
   // Refuses a write whose BAT entries would lie behind the BAT region.
   void CheckBatRoom(std::uint64_t sector, std::uint64_t count) const;
+  // The entries the geometry needs: with a differencing file's bitmap entry
+  // of a last, incomplete chunk, which the table count leaves out.
+  std::uint64_t TableEntries() const;
+  // Calls `fn(index, entry)` for the first `count` entries of the table,
+  // read where reads take them.
+  template <class Fn>
+  void ForEachTableEntry(std::uint64_t count, Fn fn);
+  // Made on the first change that needs room, so that read-only use never
+  // pays the walk over the BAT that finds where the named bytes end.
+  AppendPoint& Place();
   std::unique_ptr<ChunkWriter> CreateChunkWriter(BatEntry* entries);
   void WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes);
   void WriteBatArea(const BatArea& area);
@@ -62,6 +73,7 @@ class DiskFileImpl : public DiskFile {
   std::unique_ptr<BatAreaLoader> bat_;
   ReservedAreas reserved_;
   BitmapCache bitmapCache_;
+  std::unique_ptr<AppendPoint> place_;
 };
 
 }  // namespace Vhdx

@@ -25,6 +25,8 @@ inline constexpr ErrorMessage kUnknownBlockState{0x3C001A, Msg::EngineUnknownBlo
 inline constexpr ErrorMessage kPartialInFixed{0x3C0019, Msg::EnginePartialInFixed};
 inline constexpr ErrorMessage kBitmapMissing{0x3C001B, Msg::EngineBitmapMissing};
 inline constexpr ErrorMessage kBeyondAllocation{0x3C0008, Msg::EngineBeyondAllocation};
+// A write whose BAT entries lie behind a BAT region stated too short.
+inline constexpr ErrorMessage kBatRegionShort{0x3C0008, Msg::EngineBatRegionShort};
 
 // The metadata region and its items.
 inline constexpr ErrorMessage kMetadataSignature{0x3C0012, Msg::EngineMetadataSignature};
@@ -81,9 +83,8 @@ inline constexpr ErrorMessage kParentNotFound{0x3C0030, Msg::EngineParentNotFoun
 inline constexpr ErrorMessage kLinkageMismatch{0x3C0025, Msg::EngineLinkageMismatch};
 inline constexpr ErrorMessage kParentSectorSize{0x3C0025, Msg::EngineParentSectorSize};
 inline constexpr ErrorMessage kNotAllSectorsRead{0x3C0023, Msg::EngineNotAllSectorsRead};
-// Reasons behind kParentNotFound when a chain loops or never ends.
+// The reason behind kParentNotFound when a chain loops.
 inline constexpr ErrorMessage kParentCycle{0x3C0030, Msg::EngineParentCycle};
-inline constexpr ErrorMessage kChainTooDeep{0x3C0030, Msg::EngineChainTooDeep};
 
 // Creating and deleting containers.
 inline constexpr ErrorMessage kCodeNotImplemented{0x100401, Msg::CodeNotImplemented};

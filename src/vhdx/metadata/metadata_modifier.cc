@@ -1,5 +1,7 @@
 #include "vhdx/metadata/metadata_modifier.h"
 
+#include <algorithm>
+
 #include "common/site.h"
 #include "vhdx/metadata/aligning_space_manager.h"
 #include "vhdx/format/errors.h"
@@ -28,7 +30,9 @@ void MetadataModifierImpl::Set(const MetadataDescriptor& descriptor, const std::
     // The same refusal as a read's, before the space map reports it as a
     // fault of its own.
     MetadataTable::CheckItemBound(entry, region_->GetLocation().Size);
-    space.Occupy({entry.Offset, entry.Length});
+    // An item may end one byte behind the region; that byte is not the
+    // region's to give away, so only the part inside is occupied.
+    space.Occupy({entry.Offset, std::min(entry.Length, region_->GetLocation().Size - entry.Offset)});
   }
 
   const auto index = table.Find(descriptor);
@@ -38,7 +42,8 @@ void MetadataModifierImpl::Set(const MetadataDescriptor& descriptor, const std::
   // it: it is stored at offset 0, which no data can have.
   Area place{};
   if (size != 0) {
-    if (index && table.Entries[*index].Length != 0)
+    // An item wholly behind the region has no room inside it to grow in.
+    if (index && table.Entries[*index].Length != 0 && table.Entries[*index].Offset < region_->GetLocation().Size)
       place = space.Expand({table.Entries[*index].Offset, size});
     if (place.Size == 0) place = OccupyFreeSpace(space, size);
   }

@@ -4,6 +4,7 @@
 
 #include "common/site.h"
 #include "vhdx/format/errors.h"
+#include "vhdx/file/location_aware.h"
 #include "vhdx/format/little_endian.h"
 
 namespace Vhdx {
@@ -40,8 +41,10 @@ MetadataTable MetadataTable::Read(ReadOnlyFileRegion& region) {
 }
 
 void MetadataTable::CheckItemBound(const MetadataTableEntry& entry, std::uint32_t regionSize) {
-  if (std::uint64_t{entry.Offset} + entry.Length > regionSize)
-    throw Common::MessageError(VR_SITE, kRegionBounds);
+  // The region's own check, so that an item is accepted exactly when its
+  // read is; either way a buffer sized from the length stays within the
+  // region plus one byte.
+  LocationAware(Area{0, regionSize}).CheckBound({entry.Offset, entry.Length});
 }
 
 std::optional<std::size_t> MetadataTable::Find(const MetadataDescriptor& descriptor) const {

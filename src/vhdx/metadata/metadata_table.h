@@ -36,9 +36,9 @@ struct MetadataTable {
   // entries would reach past the table area or the region.
   static MetadataTable Read(ReadOnlyFileRegion& region);
 
-  // Throws 0x3C0036 unless the entry's data lies wholly in a region of
-  // `regionSize` bytes. Stricter than the region's own check, as the length
-  // sizes a buffer and must not take a read past the region.
+  // Throws 0x3C0036 unless the entry's data passes the bound check of a
+  // region of `regionSize` bytes, which lets its last byte be the one just
+  // behind the region.
   static void CheckItemBound(const MetadataTableEntry& entry, std::uint32_t regionSize);
 
   // The index of the entry that names the same item, if any.
