@@ -171,5 +171,22 @@ TEST_F(ResourcesTest, ThreadsOpeningTheModuleShareOneHandle) {
   for (auto s : seen) EXPECT_EQ(s, seen[0]);
 }
 
+// A translation that lacks an entry would show an empty text where English
+// has one: the build refuses it and names the entry.
+TEST(MessageSourceTest, TranslationLackingAnEntryIsRefused) {
+  HostTest::TempDir dir;
+  HostTest::WriteBytes(dir.Join("en.txt"), "1 First One\n2 Second Two\n");
+  HostTest::WriteBytes(dir.Join("de.txt"), "1 First Eins\n");
+  const std::string command = std::string(MSGTABLE_PATH) + " " + dir.Join("de.txt") + " --names-from " +
+                              dir.Join("en.txt") + " --binary " + dir.Join("de.msg") + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string output;
+  char buffer[256];
+  while (std::size_t n = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
+  EXPECT_NE(pclose(pipe), 0) << output;
+  EXPECT_NE(output.find("entry 2 Second"), std::string::npos) << output;
+}
+
 }  // namespace
 }  // namespace Common
