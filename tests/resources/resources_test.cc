@@ -4,6 +4,7 @@
 #include <zip.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -46,7 +47,8 @@ std::string ArchiveWithBrokenCatalogues() {
   ModuleHandle module = ResourceApi::OpenModule(VELLUMRIG_MODULE_PATH);
   EXPECT_NE(module, nullptr);
   std::vector<std::pair<std::string, std::string>> files;
-  for (const char* name : {"default.vmc", "locales", "en/vellumrig.msg", "de/vellumrig.msg"}) {
+  for (const char* name : {"default.vmc", "locales", "en/vellumrig.msg", "de/vellumrig.msg",
+                           "en/resource.xml", "de/resource.xml"}) {
     std::size_t size = 0;
     auto data = ResourceApi::LoadFile(module, name, nullptr, size);
     EXPECT_NE(data, nullptr) << name;
@@ -130,6 +132,17 @@ TEST_F(ResourcesTest, ResourceFilesReadRewindAndReportTheirSize) {
   ASSERT_NE(locales, nullptr);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(locales.get()), size).substr(0, 9), "en,bn,bg,");
   EXPECT_EQ(ResourceApi::OpenModule("/nonexistent/module.so"), nullptr);
+}
+
+TEST_F(ResourcesTest, FileOpenedRightAfterALanguageChangeIsOfTheNewLanguage) {
+  ResourceApi::CheckLanguage();
+  setenv("LANGUAGE", "de", 1);
+  auto file = OpenResourceFile(u"resource.xml");
+  ASSERT_NE(file, nullptr);
+  const std::string expected = HostTest::ReadBytes(SOURCE_DIR "/resources/de/resource.xml");
+  std::string got(expected.size() + 16, '\0');
+  got.resize(file->Read(got.data(), got.size()));
+  EXPECT_EQ(got, expected);
 }
 
 TEST_F(ResourcesTest, ReadFailureOfAnEntryIsTheReadersOwnError) {

@@ -107,19 +107,22 @@ std::vector<std::string> ReadWanted() {
   return wanted;
 }
 
-// The candidates for a name in the archive, most wanted first.
+// The candidates for a name in the archive, most wanted first. Asks the
+// environment, which may tell subscribers of a change, so it runs outside
+// the module's lock: they read the archive again.
 std::vector<std::string> Candidates(const Module& module, const char* name) {
   std::vector<std::string> out;
-  for (const auto& code : ResourceApi::WantedLanguages())
-    if (module.locales.count(code)) out.push_back(code + "/" + name);
+  if (!module.locales.empty())
+    for (const auto& code : ResourceApi::WantedLanguages())
+      if (module.locales.count(code)) out.push_back(code + "/" + name);
   out.emplace_back(name);
   return out;
 }
 
 // The first candidate entry that exists, with its size; empty when none.
-std::string Locate(Module& module, const char* name, std::uint64_t& size) {
+std::string Locate(Module& module, const std::vector<std::string>& candidates, std::uint64_t& size) {
   const ZipLibrary& zip = Zip();
-  for (const auto& entry : Candidates(module, name)) {
+  for (const auto& entry : candidates) {
     zip_stat_t st;
     zip.stat_init(&st);
     if (zip.stat(module.archive, entry.c_str(), 0, &st) == 0 && (st.valid & ZIP_STAT_SIZE)) {
@@ -206,9 +209,10 @@ std::unique_ptr<std::uint8_t[]> ResourceApi::LoadFile(ModuleHandle module, const
 FileHandle ResourceApi::OpenFile(ModuleHandle module, const char* name, void*) {
   if (!module || !name) return nullptr;
   try {
+    const std::vector<std::string> candidates = Candidates(*module, name);
     std::lock_guard<std::mutex> guard(module->lock);
     std::uint64_t size;
-    const std::string entry = Locate(*module, name, size);
+    const std::string entry = Locate(*module, candidates, size);
     if (entry.empty()) return nullptr;
     zip_file_t* handle = Zip().fopen(module->archive, entry.c_str(), 0);
     if (!handle) return nullptr;
@@ -316,12 +320,10 @@ void ResourceApi::CheckLanguage() {
 }
 
 std::vector<std::string> ResourceApi::WantedLanguages() {
-  LanguageState& state = Languages();
-  {
-    std::lock_guard<std::mutex> guard(state.lock);
-    if (state.read) return state.wanted;
-  }
+  // The environment is read afresh each time: a file opened right after a
+  // change comes from the new language, and the catalogue follows too.
   CheckLanguage();
+  LanguageState& state = Languages();
   std::lock_guard<std::mutex> guard(state.lock);
   return state.wanted;
 }

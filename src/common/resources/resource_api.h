@@ -49,7 +49,7 @@ class ResourceApi {
   static void UnsubscribeLanguageEvents(LanguageCallback callback);
   // Reads the environment again; a changed language fires the events.
   static void CheckLanguage();
-  // The wanted language codes, most wanted first.
+  // The wanted language codes, most wanted first, as the environment says now.
   static std::vector<std::string> WantedLanguages();
 };
 
