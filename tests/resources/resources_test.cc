@@ -1,6 +1,6 @@
-// The resources inside the built module file, the language choice and the
-// translated catalogue. The module's own path is pointed at the built
-// module before the first message, so this program sees its archive.
+// The resources built into the module's objects, the language choice and
+// the translated catalogue. Before the first message the program is pointed
+// at a copy of that archive with broken catalogues added.
 #include <zip.h>
 
 #include <cerrno>
@@ -15,6 +15,7 @@
 
 #include "common/flat_error.h"
 #include "common/message_table.h"
+#include "common/resources/embedded_archive.h"
 #include "common/resources/resource_api.h"
 #include "common/resources/resource_module.h"
 #include "host/temp_dir.h"
@@ -44,7 +45,8 @@ void WriteZip(const std::string& path, const std::vector<std::pair<std::string, 
 // The module's own archive, with two broken catalogues added: "xx" counts
 // one entry too few, "yy" has a size word that is not its size.
 std::string ArchiveWithBrokenCatalogues() {
-  ModuleHandle module = ResourceApi::OpenModule(VELLUMRIG_MODULE_PATH);
+  const Resources::ArchiveBytes own = Resources::EmbeddedArchive();
+  ModuleHandle module = ResourceApi::OpenMemoryModule(own.Data, own.Size, "built in");
   EXPECT_NE(module, nullptr);
   std::vector<std::pair<std::string, std::string>> files;
   for (const char* name : {"default.vmc", "locales", "en/vellumrig.msg", "de/vellumrig.msg",
@@ -70,7 +72,7 @@ class ResourcesTest : public ::testing::Test {
   static void SetUpTestSuite() {
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
     setenv("LANGUAGE", "en", 1);
-    SetResourceModulePath(ArchiveWithBrokenCatalogues());
+    SetResourceArchiveFile(ArchiveWithBrokenCatalogues());
   }
   void TearDown() override {
     setenv("LANGUAGE", "en", 1);

@@ -16,6 +16,7 @@ const ZipLibrary& Zip() {
     ZipLibrary f{};
 #define VR_BIND(field) f.field = reinterpret_cast<decltype(f.field)>(library->Function("zip_" #field))
     VR_BIND(source_file_create);
+    VR_BIND(source_buffer_create);
     VR_BIND(source_free);
     VR_BIND(open_from_source);
     VR_BIND(discard);

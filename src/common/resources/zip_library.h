@@ -9,6 +9,7 @@ namespace Common::Resources {
 
 struct ZipLibrary {
   decltype(&::zip_source_file_create) source_file_create;
+  decltype(&::zip_source_buffer_create) source_buffer_create;
   decltype(&::zip_source_free) source_free;
   decltype(&::zip_open_from_source) open_from_source;
   decltype(&::zip_discard) discard;
