@@ -18,6 +18,7 @@
 #include "common/resources/embedded_archive.h"
 #include "common/resources/resource_api.h"
 #include "common/resources/resource_module.h"
+#include "common/resources/zip_library.h"
 #include "host/temp_dir.h"
 #include "vellumrig/error_text.h"
 
@@ -184,6 +185,17 @@ TEST_F(ResourcesTest, ThreadsOpeningTheModuleShareOneHandle) {
   for (auto& t : threads) t.join();
   ASSERT_NE(seen[0], nullptr);
   for (auto s : seen) EXPECT_EQ(s, seen[0]);
+}
+
+TEST_F(ResourcesTest, MissingLibzipIsNamedWithTheDebianPackageThatBringsIt) {
+  Resources::SetZipLibraryFile("libzip-not-installed.so.4");
+  const Error error = Resources::ZipLibraryFailure();
+  Resources::SetZipLibraryFile("libzip.so.4");
+  EXPECT_EQ(error.Code(), 0x140FA1u) << ToUtf8(FullText(error));
+  EXPECT_STREQ(error.GetNarrowString("path"), "libzip-not-installed.so.4");
+  EXPECT_EQ(error.Reason().GetText(),
+            u"The library libzip cannot be loaded. It is installed with the package 'libzip4'.");
+  EXPECT_EQ(error.Reason().Reason().Code(), kWindowsErrorCode);  // the system's own word stays
 }
 
 // A translation that lacks an entry would show an empty text where English

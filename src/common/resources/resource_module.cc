@@ -8,6 +8,7 @@
 #include "common/file_errors.h"
 #include "common/flat_error.h"
 #include "common/resources/embedded_archive.h"
+#include "common/resources/zip_library.h"
 #include "common/site.h"
 #include "vellumrig/error_text.h"
 
@@ -96,6 +97,11 @@ ModuleHandle GetResourceModule() {
   }
   g_opened.store(true);
   return mine;
+}
+
+Error ResourcesUnavailable() {
+  if (GetResourceModule()) return Error();
+  return Resources::ZipLibraryFailure();
 }
 
 void CloseResourceModule() {

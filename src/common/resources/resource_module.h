@@ -8,12 +8,16 @@
 #include <string>
 
 #include "common/resources/resource_api.h"
+#include "vellumrig/error.h"
 #include "vellumrig/file.h"
 
 namespace Common {
 
 // The open archive of the module, or null when it cannot be read.
 Resources::ModuleHandle GetResourceModule();
+// Why the module has no resources, to hang behind an error that needs one:
+// a missing libzip names its package. Empty when the archive is open.
+Error ResourcesUnavailable();
 // Closes it; the shutdown routine calls this at process end.
 void CloseResourceModule();
 // Tests only: read the resources from the zip file at `path` instead of the

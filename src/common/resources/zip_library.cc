@@ -3,16 +3,36 @@
 #include <mutex>
 
 #include "common/delay_load.h"
+#include "common/message_error.h"
+#include "common/site.h"
 
 namespace Common::Resources {
+namespace {
+
+// The shared library of Debian 12 and the package that installs it.
+constexpr char kLibraryFile[] = "libzip.so.4";
+constexpr char16_t kPackage[] = u"libzip4";
+
+struct State {
+  std::mutex lock;
+  ZipLibrary functions{};
+  bool loaded = false;
+  // Libraries stay loaded to process end: open archives hold their functions.
+  DelayLoadedLibrary* library = new DelayLoadedLibrary(kLibraryFile);
+};
+
+State& Library() {
+  static auto* state = new State;
+  return *state;
+}
+
+}  // namespace
 
 const ZipLibrary& Zip() {
-  static std::mutex lock;
-  static ZipLibrary functions{};
-  static bool loaded = false;
-  static auto* library = new DelayLoadedLibrary("libzip.so.4");  // stays loaded to process end
-  std::lock_guard<std::mutex> guard(lock);
-  if (!loaded) {
+  State& state = Library();
+  std::lock_guard<std::mutex> guard(state.lock);
+  if (!state.loaded) {
+    DelayLoadedLibrary* library = state.library;
     ZipLibrary f{};
 #define VR_BIND(field) f.field = reinterpret_cast<decltype(f.field)>(library->Function("zip_" #field))
     VR_BIND(source_file_create);
@@ -30,10 +50,34 @@ const ZipLibrary& Zip() {
     VR_BIND(error_fini);
     VR_BIND(error_strerror);
 #undef VR_BIND
-    functions = f;
-    loaded = true;
+    state.functions = f;
+    state.loaded = true;
   }
-  return functions;
+  return state.functions;
+}
+
+Error ZipLibraryFailure() {
+  Error failure;
+  try {
+    Zip();
+    return failure;
+  } catch (const Error& e) {
+    failure = e;
+  }
+  // The delay-load error tells only the file; a user needs to know what to
+  // install. The system's error stays the last cause.
+  Error hint = MessageError(VR_SITE, {kZipLibraryPackageError, Msg::LibraryNotLoaded},
+                            {u"libzip", kPackage});
+  hint.AddReason(failure.Reason());
+  failure.AddReason(hint);
+  return failure;
+}
+
+void SetZipLibraryFile(const char* name) {
+  State& state = Library();
+  std::lock_guard<std::mutex> guard(state.lock);
+  state.library = new DelayLoadedLibrary(name);  // the old one stays loaded, see State
+  state.loaded = false;
 }
 
 }  // namespace Common::Resources
