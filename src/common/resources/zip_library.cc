@@ -1,6 +1,8 @@
 #include "common/resources/zip_library.h"
 
+#include <memory>
 #include <mutex>
+#include <vector>
 
 #include "common/delay_load.h"
 #include "common/message_error.h"
@@ -17,8 +19,10 @@ struct State {
   std::mutex lock;
   ZipLibrary functions{};
   bool loaded = false;
-  // Libraries stay loaded to process end: open archives hold their functions.
-  DelayLoadedLibrary* library = new DelayLoadedLibrary(kLibraryFile);
+  // Every library ever named stays loaded to process end, the last one in
+  // use: open archives hold the functions of an earlier one.
+  std::vector<std::unique_ptr<DelayLoadedLibrary>> libraries;
+  State() { libraries.push_back(std::make_unique<DelayLoadedLibrary>(kLibraryFile)); }
 };
 
 State& Library() {
@@ -32,7 +36,7 @@ const ZipLibrary& Zip() {
   State& state = Library();
   std::lock_guard<std::mutex> guard(state.lock);
   if (!state.loaded) {
-    DelayLoadedLibrary* library = state.library;
+    DelayLoadedLibrary* library = state.libraries.back().get();
     ZipLibrary f{};
 #define VR_BIND(field) f.field = reinterpret_cast<decltype(f.field)>(library->Function("zip_" #field))
     VR_BIND(source_file_create);
@@ -76,7 +80,7 @@ Error ZipLibraryFailure() {
 void SetZipLibraryFile(const char* name) {
   State& state = Library();
   std::lock_guard<std::mutex> guard(state.lock);
-  state.library = new DelayLoadedLibrary(name);  // the old one stays loaded, see State
+  state.libraries.push_back(std::make_unique<DelayLoadedLibrary>(name));
   state.loaded = false;
 }
 
