@@ -132,7 +132,11 @@ MSVirtualPCVM::MSVirtualPCVM(rio_dir& folder, const std::u16string& configPath, 
     // Every new machine starts from the template in the module's own file;
     // there is no built-in copy to fall back on.
     std::unique_ptr<si_file> source = Common::OpenResourceFile(u"default.vmc");
-    if (!source) throw Common::MessageError(VR_SITE, kTemplateNotFound);
+    if (!source) {
+      Common::Error error = Common::MessageError(VR_SITE, kTemplateNotFound);
+      error.AddReason(Common::ResourcesUnavailable());
+      throw error;
+    }
     config_ = MakeConfigurationParser(source.get());
     dirty_ = true;
     FlushConfig();

@@ -1,9 +1,10 @@
-// The resources inside the built module file, the language choice and the
-// translated catalogue. The module's own path is pointed at the built
-// module before the first message, so this program sees its archive.
+// The resources built into the module's objects, the language choice and
+// the translated catalogue. Before the first message the program is pointed
+// at a copy of that archive with broken catalogues added.
 #include <zip.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -14,8 +15,10 @@
 
 #include "common/flat_error.h"
 #include "common/message_table.h"
+#include "common/resources/embedded_archive.h"
 #include "common/resources/resource_api.h"
 #include "common/resources/resource_module.h"
+#include "common/resources/zip_library.h"
 #include "host/temp_dir.h"
 #include "vellumrig/error_text.h"
 
@@ -43,10 +46,12 @@ void WriteZip(const std::string& path, const std::vector<std::pair<std::string, 
 // The module's own archive, with two broken catalogues added: "xx" counts
 // one entry too few, "yy" has a size word that is not its size.
 std::string ArchiveWithBrokenCatalogues() {
-  ModuleHandle module = ResourceApi::OpenModule(VELLUMRIG_MODULE_PATH);
+  const Resources::ArchiveBytes own = Resources::EmbeddedArchive();
+  ModuleHandle module = ResourceApi::OpenMemoryModule(own.Data, own.Size, "built in");
   EXPECT_NE(module, nullptr);
   std::vector<std::pair<std::string, std::string>> files;
-  for (const char* name : {"default.vmc", "locales", "en/vellumrig.msg", "de/vellumrig.msg"}) {
+  for (const char* name : {"default.vmc", "locales", "en/vellumrig.msg", "de/vellumrig.msg",
+                           "en/resource.xml", "de/resource.xml"}) {
     std::size_t size = 0;
     auto data = ResourceApi::LoadFile(module, name, nullptr, size);
     EXPECT_NE(data, nullptr) << name;
@@ -68,7 +73,7 @@ class ResourcesTest : public ::testing::Test {
   static void SetUpTestSuite() {
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
     setenv("LANGUAGE", "en", 1);
-    SetResourceModulePath(ArchiveWithBrokenCatalogues());
+    SetResourceArchiveFile(ArchiveWithBrokenCatalogues());
   }
   void TearDown() override {
     setenv("LANGUAGE", "en", 1);
@@ -132,6 +137,17 @@ TEST_F(ResourcesTest, ResourceFilesReadRewindAndReportTheirSize) {
   EXPECT_EQ(ResourceApi::OpenModule("/nonexistent/module.so"), nullptr);
 }
 
+TEST_F(ResourcesTest, FileOpenedRightAfterALanguageChangeIsOfTheNewLanguage) {
+  ResourceApi::CheckLanguage();
+  setenv("LANGUAGE", "de", 1);
+  auto file = OpenResourceFile(u"resource.xml");
+  ASSERT_NE(file, nullptr);
+  const std::string expected = HostTest::ReadBytes(SOURCE_DIR "/resources/de/resource.xml");
+  std::string got(expected.size() + 16, '\0');
+  got.resize(file->Read(got.data(), got.size()));
+  EXPECT_EQ(got, expected);
+}
+
 TEST_F(ResourcesTest, ReadFailureOfAnEntryIsTheReadersOwnError) {
   const std::string path = ::testing::TempDir() + "damaged.zip";
   const std::string data(4096, 'v');
@@ -169,6 +185,34 @@ TEST_F(ResourcesTest, ThreadsOpeningTheModuleShareOneHandle) {
   for (auto& t : threads) t.join();
   ASSERT_NE(seen[0], nullptr);
   for (auto s : seen) EXPECT_EQ(s, seen[0]);
+}
+
+TEST_F(ResourcesTest, MissingLibzipIsNamedWithTheDebianPackageThatBringsIt) {
+  Resources::SetZipLibraryFile("libzip-not-installed.so.4");
+  const Error error = Resources::ZipLibraryFailure();
+  Resources::SetZipLibraryFile("libzip.so.4");
+  EXPECT_EQ(error.Code(), 0x140FA1u) << ToUtf8(FullText(error));
+  EXPECT_STREQ(error.GetNarrowString("path"), "libzip-not-installed.so.4");
+  EXPECT_EQ(error.Reason().GetText(),
+            u"The library libzip cannot be loaded. It is installed with the package 'libzip4'.");
+  EXPECT_EQ(error.Reason().Reason().Code(), kWindowsErrorCode);  // the system's own word stays
+}
+
+// A translation that lacks an entry would show an empty text where English
+// has one: the build refuses it and names the entry.
+TEST(MessageSourceTest, TranslationLackingAnEntryIsRefused) {
+  HostTest::TempDir dir;
+  HostTest::WriteBytes(dir.Join("en.txt"), "1 First One\n2 Second Two\n");
+  HostTest::WriteBytes(dir.Join("de.txt"), "1 First Eins\n");
+  const std::string command = std::string(MSGTABLE_PATH) + " " + dir.Join("de.txt") + " --names-from " +
+                              dir.Join("en.txt") + " --binary " + dir.Join("de.msg") + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string output;
+  char buffer[256];
+  while (std::size_t n = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
+  EXPECT_NE(pclose(pipe), 0) << output;
+  EXPECT_NE(output.find("entry 2 Second"), std::string::npos) << output;
 }
 
 }  // namespace

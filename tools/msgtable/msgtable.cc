@@ -9,8 +9,10 @@
 //   msgtable SOURCE [--cpp OUT.cc] [--header OUT.h] [--binary OUT.msg]
 //            [--names-from REFERENCE]
 //
-// --names-from checks a translation against the reference source: every
-// entry of the translation must exist there under the same name.
+// --names-from checks a translation against the reference source: both
+// hold the same entries under the same names. A translation that lacks one
+// is refused, because the catalogue that replaces the English table would
+// show an empty text where English has one.
 
 #include <cstdint>
 #include <cstdio>
@@ -230,6 +232,10 @@ int main(int argc, char** argv) {
         Fail(source + ":" + std::to_string(e.line),
              "entry " + std::to_string(number) + " " + e.name + " does not match the reference");
     }
+    for (const auto& [number, e] : ref)
+      if (!entries.count(number))
+        Fail(source, "entry " + std::to_string(number) + " " + e.name + " of " + reference +
+                         " is missing from the translation");
   }
   const auto table = BuildTable(entries);
   if (!cpp.empty()) WriteCpp(cpp, table);

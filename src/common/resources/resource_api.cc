@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <set>
 
@@ -30,28 +29,6 @@ struct File {
 };
 
 namespace {
-
-constexpr char kMagic[8] = {'V', 'R', 'I', 'G', 'R', 'E', 'S', '1'};
-
-// Where the archive lies in the file: behind the module's code when a footer
-// says so, else the whole file.
-void FindArchive(const char* path, std::uint64_t& start, std::int64_t& length) {
-  start = 0;
-  length = -1;
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) return;
-  const auto size = static_cast<std::uint64_t>(in.tellg());
-  if (size < 16) return;
-  char footer[16];
-  in.seekg(static_cast<std::streamoff>(size - 16));
-  if (!in.read(footer, 16) || std::memcmp(footer + 8, kMagic, 8) != 0) return;
-  std::uint64_t archive = 0;
-  for (int i = 0; i < 8; ++i)
-    archive |= static_cast<std::uint64_t>(static_cast<unsigned char>(footer[i])) << (8 * i);
-  if (archive == 0 || archive > size - 16) return;
-  start = size - 16 - archive;
-  length = static_cast<std::int64_t>(archive);
-}
 
 struct LanguageState {
   std::mutex lock;
@@ -107,19 +84,22 @@ std::vector<std::string> ReadWanted() {
   return wanted;
 }
 
-// The candidates for a name in the archive, most wanted first.
+// The candidates for a name in the archive, most wanted first. Asks the
+// environment, which may tell subscribers of a change, so it runs outside
+// the module's lock: they read the archive again.
 std::vector<std::string> Candidates(const Module& module, const char* name) {
   std::vector<std::string> out;
-  for (const auto& code : ResourceApi::WantedLanguages())
-    if (module.locales.count(code)) out.push_back(code + "/" + name);
+  if (!module.locales.empty())
+    for (const auto& code : ResourceApi::WantedLanguages())
+      if (module.locales.count(code)) out.push_back(code + "/" + name);
   out.emplace_back(name);
   return out;
 }
 
 // The first candidate entry that exists, with its size; empty when none.
-std::string Locate(Module& module, const char* name, std::uint64_t& size) {
+std::string Locate(Module& module, const std::vector<std::string>& candidates, std::uint64_t& size) {
   const ZipLibrary& zip = Zip();
-  for (const auto& entry : Candidates(module, name)) {
+  for (const auto& entry : candidates) {
     zip_stat_t st;
     zip.stat_init(&st);
     if (zip.stat(module.archive, entry.c_str(), 0, &st) == 0 && (st.valid & ZIP_STAT_SIZE)) {
@@ -145,37 +125,55 @@ void RecordFailure(File& file, std::uint32_t code, const char* function, const s
 
 }  // namespace
 
+namespace {
+
+// Takes the source over in every case; null when it is no readable archive.
+ModuleHandle OpenFromSource(const ZipLibrary& zip, zip_source_t* source, zip_error_t& error,
+                            const char* name) {
+  zip_t* archive = source ? zip.open_from_source(source, ZIP_RDONLY, &error) : nullptr;
+  if (source && !archive) zip.source_free(source);
+  zip.error_fini(&error);
+  if (!archive) return nullptr;
+  auto module = std::make_unique<Module>();
+  module->path = name;
+  module->archive = archive;
+  std::size_t size = 0;
+  if (auto list = ResourceApi::LoadFile(module.get(), "locales", nullptr, size)) {
+    std::string text(reinterpret_cast<const char*>(list.get()), size);
+    for (std::size_t at = 0; at <= text.size();) {
+      const std::size_t comma = std::min(text.find(',', at), text.size());
+      std::string code = text.substr(at, comma - at);
+      code.erase(std::remove_if(code.begin(), code.end(), [](char c) { return std::isspace(static_cast<unsigned char>(c)); }), code.end());
+      if (!code.empty()) module->locales.insert(code);
+      at = comma + 1;
+    }
+  }
+  return module.release();
+}
+
+}  // namespace
+
 ModuleHandle ResourceApi::OpenModule(const char* path) {
   try {
     const ZipLibrary& zip = Zip();
     if (!path) return nullptr;
-    std::uint64_t start;
-    std::int64_t length;
-    FindArchive(path, start, length);
     zip_error_t error;
     zip.error_init(&error);
-    zip_source_t* source = zip.source_file_create(path, start, length, &error);
-    zip_t* archive = source ? zip.open_from_source(source, ZIP_RDONLY, &error) : nullptr;
-    if (source && !archive) zip.source_free(source);
-    zip.error_fini(&error);
-    if (!archive) return nullptr;
-    auto module = std::make_unique<Module>();
-    module->path = path;
-    module->archive = archive;
-    std::size_t size = 0;
-    if (auto list = LoadFile(module.get(), "locales", nullptr, size)) {
-      std::string text(reinterpret_cast<const char*>(list.get()), size);
-      for (std::size_t at = 0; at <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', at), text.size());
-        std::string code = text.substr(at, comma - at);
-        code.erase(std::remove_if(code.begin(), code.end(), [](char c) { return std::isspace(static_cast<unsigned char>(c)); }), code.end());
-        if (!code.empty()) module->locales.insert(code);
-        at = comma + 1;
-      }
-    }
-    return module.release();
+    return OpenFromSource(zip, zip.source_file_create(path, 0, -1, &error), error, path);
   } catch (const Common::Error&) {
     // Without libzip there are no resources: English stands.
+    return nullptr;
+  }
+}
+
+ModuleHandle ResourceApi::OpenMemoryModule(const void* data, std::size_t size, const char* name) {
+  try {
+    const ZipLibrary& zip = Zip();
+    zip_error_t error;
+    zip.error_init(&error);
+    // freep 0: the bytes are the module's own and are never freed.
+    return OpenFromSource(zip, zip.source_buffer_create(data, size, 0, &error), error, name);
+  } catch (const Common::Error&) {
     return nullptr;
   }
 }
@@ -206,9 +204,10 @@ std::unique_ptr<std::uint8_t[]> ResourceApi::LoadFile(ModuleHandle module, const
 FileHandle ResourceApi::OpenFile(ModuleHandle module, const char* name, void*) {
   if (!module || !name) return nullptr;
   try {
+    const std::vector<std::string> candidates = Candidates(*module, name);
     std::lock_guard<std::mutex> guard(module->lock);
     std::uint64_t size;
-    const std::string entry = Locate(*module, name, size);
+    const std::string entry = Locate(*module, candidates, size);
     if (entry.empty()) return nullptr;
     zip_file_t* handle = Zip().fopen(module->archive, entry.c_str(), 0);
     if (!handle) return nullptr;
@@ -316,12 +315,10 @@ void ResourceApi::CheckLanguage() {
 }
 
 std::vector<std::string> ResourceApi::WantedLanguages() {
-  LanguageState& state = Languages();
-  {
-    std::lock_guard<std::mutex> guard(state.lock);
-    if (state.read) return state.wanted;
-  }
+  // The environment is read afresh each time: a file opened right after a
+  // change comes from the new language, and the catalogue follows too.
   CheckLanguage();
+  LanguageState& state = Languages();
   std::lock_guard<std::mutex> guard(state.lock);
   return state.wanted;
 }

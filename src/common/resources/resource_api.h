@@ -1,5 +1,5 @@
-// ResourceApi: the archive of resources appended to the module file, and
-// the language its texts are chosen in. Module-internal.
+// ResourceApi: the archive of resources built into the module, and the
+// language its texts are chosen in. Module-internal.
 //
 // The archive holds, per language code, "<code>/vellumrig.msg" and
 // "<code>/resource.xml", and for all "default.vmc" and the list "locales".
@@ -27,10 +27,12 @@ using LanguageCallback = void (*)();
 
 class ResourceApi {
  public:
-  // Opens the archive inside the file at `path` (appended behind a footer,
-  // or the whole file); null on failure. A null path only prepares the
-  // library and gives null.
+  // Opens the zip archive that is the file at `path`; null on failure. A
+  // null path only prepares the library and gives null.
   static ModuleHandle OpenModule(const char* path);
+  // Opens an archive held in memory, which must outlive the handle; `name`
+  // stands for it in errors. Null on failure.
+  static ModuleHandle OpenMemoryModule(const void* data, std::size_t size, const char* name);
   static void CloseModule(ModuleHandle module);
 
   // The whole file in a new buffer, or null.
@@ -49,7 +51,7 @@ class ResourceApi {
   static void UnsubscribeLanguageEvents(LanguageCallback callback);
   // Reads the environment again; a changed language fires the events.
   static void CheckLanguage();
-  // The wanted language codes, most wanted first.
+  // The wanted language codes, most wanted first, as the environment says now.
   static std::vector<std::string> WantedLanguages();
 };
 

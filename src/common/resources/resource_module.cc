@@ -7,6 +7,8 @@
 
 #include "common/file_errors.h"
 #include "common/flat_error.h"
+#include "common/resources/embedded_archive.h"
+#include "common/resources/zip_library.h"
 #include "common/site.h"
 #include "vellumrig/error_text.h"
 
@@ -20,17 +22,18 @@ using Resources::ResourceApi;
 std::atomic<ModuleHandle> g_module{nullptr};
 std::atomic<bool> g_opened{false};
 
-std::string& ModulePathOverride() {
+std::string& ArchiveFileOverride() {
   static auto* path = new std::string;
   return *path;
 }
 
-std::string OwnPath() {
-  if (!ModulePathOverride().empty()) return ModulePathOverride();
+ModuleHandle OpenOwnArchive() {
+  if (!ArchiveFileOverride().empty()) return ResourceApi::OpenModule(ArchiveFileOverride().c_str());
+  const Resources::ArchiveBytes archive = Resources::EmbeddedArchive();
+  // The file that holds the archive names it in errors; only a label.
   Dl_info info{};
-  if (dladdr(reinterpret_cast<void*>(&GetResourceModule), &info) && info.dli_fname)
-    return info.dli_fname;
-  return {};
+  const char* name = dladdr(archive.Data, &info) && info.dli_fname ? info.dli_fname : "vellumrig";
+  return ResourceApi::OpenMemoryModule(archive.Data, archive.Size, name);
 }
 
 // An si_file over a file of the archive. Each operation does nothing once
@@ -77,7 +80,7 @@ class SIFileWrapper final : public si_file {
 
 }  // namespace
 
-void SetResourceModulePath(const std::string& path) { ModulePathOverride() = path; }
+void SetResourceArchiveFile(const std::string& path) { ArchiveFileOverride() = path; }
 
 ModuleHandle GetResourceModule() {
   if (ModuleHandle module = g_module.load(std::memory_order_acquire)) return module;
@@ -85,8 +88,7 @@ ModuleHandle GetResourceModule() {
   static std::once_flag prepared;
   std::call_once(prepared, [] { ResourceApi::OpenModule(nullptr); });
   if (ModuleHandle module = g_module.load(std::memory_order_acquire)) return module;
-  const std::string path = OwnPath();
-  ModuleHandle mine = path.empty() ? nullptr : ResourceApi::OpenModule(path.c_str());
+  ModuleHandle mine = OpenOwnArchive();
   if (!mine) return nullptr;
   ModuleHandle expected = nullptr;
   if (!g_module.compare_exchange_strong(expected, mine, std::memory_order_acq_rel)) {
@@ -95,6 +97,11 @@ ModuleHandle GetResourceModule() {
   }
   g_opened.store(true);
   return mine;
+}
+
+Error ResourcesUnavailable() {
+  if (GetResourceModule()) return Error();
+  return Resources::ZipLibraryFailure();
 }
 
 void CloseResourceModule() {
