@@ -20,7 +20,6 @@ using Resources::ModuleHandle;
 using Resources::ResourceApi;
 
 std::atomic<ModuleHandle> g_module{nullptr};
-std::atomic<bool> g_opened{false};
 
 std::string& ArchiveFileOverride() {
   static auto* path = new std::string;
@@ -95,7 +94,6 @@ ModuleHandle GetResourceModule() {
     ResourceApi::CloseModule(mine);  // another thread was first
     return expected;
   }
-  g_opened.store(true);
   return mine;
 }
 
