@@ -11,7 +11,14 @@
 // - Enumerate lists entries sorted by name (byte order of their UTF-8), with
 //   symbolic links taken as what they point to;
 // - Rename never replaces an existing name (0x40013 instead);
-// - files are opened close-on-exec; locks are flock locks, never waited for.
+// - files are opened close-on-exec, and each open holds an open-file-
+//   description lock on the whole file, shared for reading and exclusive
+//   for writing: a file another open (of this or any process, qemu's
+//   included) holds against it is refused with 0x40017 "The file is in use
+//   by another program."; CreateFile empties a file only once locked;
+// - the IOCTL replace command (ReplaceCommand) renames over a file in one
+//   step and puts the folder on disk;
+// - the explicit Lock calls are flock locks besides, never waited for.
 #pragma once
 
 #include <memory>

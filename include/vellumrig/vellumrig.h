@@ -8,4 +8,5 @@
 #include "vellumrig/ref.h"
 #include "vellumrig/server.h"
 #include "vellumrig/string.h"
+#include "vellumrig/tracker.h"
 
