@@ -9,5 +9,6 @@ namespace Vhd {
 inline constexpr Common::ErrorMessage kDisjointUnite{0x3C003C, Common::Msg::EngineDisjointUnite};
 inline constexpr Common::ErrorMessage kBitmapBounds{0x3C0017, Common::Msg::EngineBitmapBounds};
 inline constexpr Common::ErrorMessage kOverlappingBlock{0x3C0040, Common::Msg::EngineOverlappingBlock};
+inline constexpr Common::ErrorMessage kFileNotTracked{0x3C003F, Common::Msg::EngineFileNotTracked};
 
 }  // namespace Vhd

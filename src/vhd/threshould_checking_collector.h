@@ -24,4 +24,10 @@ class ThreshouldCheckingCollector : public Vhd::Collector<T> {
   P predicate_;
 };
 
+// The goal of the walk down a differencing chain: false (saturated) once
+// one interval covers the whole threshold.
+inline bool FallsShort(const Vhd::DiskArea& value, const Vhd::DiskArea& threshold) {
+  return value.Offset > threshold.Offset || value.End() < threshold.End();
+}
+
 }  // namespace Vhdx

@@ -17,12 +17,6 @@ using Vhd::DiskArea;
 using Vhd::Testing::Areas;
 using Vhd::Testing::Recorder;
 
-// The goal of the differencing walk: false (saturated) once one interval
-// covers the whole threshold.
-bool FallsShort(const DiskArea& value, const DiskArea& threshold) {
-  return value.Offset > threshold.Offset || value.End() < threshold.End();
-}
-
 TEST(SaturationPreserverTest, KeepsTheTargetsStopForGood) {
   Recorder<DiskArea> target(2);
   Vhd::SaturationPreserver<DiskArea> preserver(target);

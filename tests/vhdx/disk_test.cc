@@ -3,6 +3,7 @@
 // its failures, deletion of chains. Real files in a scratch folder.
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "host/shell.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
+#include "vellumrig/tracker.h"
 #include "vhdx/bat/bat_entry.h"
 #include "vhdx/disk/create.h"
 #include "vhdx/differencing_child.h"
@@ -295,6 +297,105 @@ TEST_F(DiskTest, DeleteRemovesTheWholeChainOrNothing) {
   EXPECT_TRUE(HostTest::Exists(dir.Join("child.vhdx")) && HostTest::Exists(dir.Join("base.vhdx")));
   EXPECT_EQ(HostTest::Shell(vrig + "--chain " + dir.Join("child.vhdx")).status, 0);
   for (const char* name : {"child.vhdx", "base.vhdx"}) EXPECT_FALSE(HostTest::Exists(dir.Join(name)));
+}
+
+// A tracker that answers from a table and counts the files it is asked for.
+struct ScriptedTracker : FileTracker {
+  struct Changes : ChangedFile {
+    explicit Changes(const Changes* from) : full(from->full), regions(from->regions) {}
+    Changes() = default;
+    Common::Error IsFull(bool& isFull) override { return isFull = full, Common::NoError; }
+    Common::Error GetRegionCount(std::uint32_t& count) override {
+      return count = static_cast<std::uint32_t>(regions.size()), Common::NoError;
+    }
+    Common::Error GetRegions(std::uint32_t first, std::uint32_t count,
+                             std::vector<std::pair<std::uint64_t, std::uint64_t>>& out) override {
+      out.assign(regions.begin() + first, regions.begin() + first + count);
+      return Common::NoError;
+    }
+    bool full = false;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> regions;
+  };
+  Common::Error GetCurrentChangeID(std::string& id) override { return id = "now", Common::NoError; }
+  Common::Error GetChangedFile(const std::string&, const std::u16string& name,
+                               std::unique_ptr<ChangedFile>& out) override {
+    asked.push_back(name);
+    if (files.count(name)) out = std::make_unique<Changes>(&files[name]);
+    return Common::NoError;
+  }
+  Common::Error IsTracked(const std::u16string& name, bool& tracked) override {
+    return tracked = files.count(name) > 0, Common::NoError;
+  }
+  std::map<std::u16string, Changes> files;  // a file not here is not tracked
+  std::vector<std::u16string> asked;
+};
+
+// Changed sectors across a chain: "*" is the data each file holds; a
+// tracked ID turns each file's changed bytes into sectors, payload and
+// table alike, and the walk stops once the whole disk is known changed.
+TEST_F(DiskTest, ChangedSectorsComeFromEachFileOfTheChain) {
+  using Areas = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+  CreateDisk("base.vhdx", 4 * kBlock);
+  Write("base.vhdx", 0, Pattern(1, 1));
+  Write("base.vhdx", 2 * kBlockSectors, Pattern(1, 1));
+  CreateChild("top.vhdx", "base.vhdx", 4 * kBlock);
+  Write("top.vhdx", kBlockSectors + 10, Pattern(3, 2));
+  ScriptedTracker tracker;
+  auto changes = [&](const std::string& id, Vhd::DiskArea area = {0, 4 * kBlockSectors}) {
+    Vhdx::DiskImpl disk(*Folder(), u"top.vhdx", consumer, false, &tracker);
+    struct : Vhd::DiskAreaCollector {
+      bool Collect(const Vhd::DiskArea& a) override { return found.emplace_back(a.Offset, a.Size), true; }
+      Areas found;
+    } collected;
+    disk.GetChangedAreas(id, area, collected);
+    return collected.found;
+  };
+  // Dynamic blocks count whole, a child's partly present block by its bits.
+  EXPECT_EQ(changes("*"), (Areas{{0, kBlockSectors}, {kBlockSectors + 10, 3}, {2 * kBlockSectors, kBlockSectors}}));
+  EXPECT_EQ(changes("*", {kBlockSectors + 11, 100}), (Areas{{kBlockSectors + 11, 2}}));
+  EXPECT_TRUE(tracker.asked.empty());
+
+  const std::u16string top = dir.Wide("top.vhdx"), base = dir.Wide("base.vhdx");
+  const Common::Error untracked = Raised([&] { changes("older"); });
+  EXPECT_EQ(untracked.Code(), 0x3C003Fu);
+  EXPECT_EQ(untracked.GetText(), u"File '" + top + u"' is not tracked by the file tracker.");
+
+  // One byte of the top's payload at sector kBlockSectors + 11, and the
+  // table entry of block 3 (not present): that whole block.
+  auto disk = Open("top.vhdx");
+  const std::string file = Bytes("top.vhdx");
+  const Vhdx::DiskFileLayout layout = disk->GetTop().GetLayout();
+  std::uint64_t raw = 0;
+  std::memcpy(&raw, file.data() + layout.BatOffset + 1 * sizeof raw, sizeof raw);  // block 1
+  const std::uint64_t payload = Vhdx::BatEntry(raw).GetFileOffset();
+  disk.reset();
+  const std::uint64_t entry3 = layout.BatOffset + 3 * sizeof raw;
+  tracker.files[top].regions = {{payload + 11 * kSector + 7, payload + 11 * kSector + 8}, {entry3, entry3 + 1},
+                                {100, 200}};  // in the header: no sector
+  tracker.files[base] = {};
+  EXPECT_EQ(changes("older"), (Areas{{kBlockSectors + 11, 1}, {3 * kBlockSectors, kBlockSectors}}));
+  EXPECT_EQ(tracker.asked, (std::vector<std::u16string>{top, base}));
+
+  // A top file changed all over: its data covers the disk only with the
+  // parent's, so the parent is asked too; a full parent adds its blocks.
+  tracker.asked.clear();
+  tracker.files[top] = {};
+  tracker.files[top].full = true;
+  tracker.files[base].full = true;
+  EXPECT_EQ(changes("full"), (Areas{{0, kBlockSectors}, {kBlockSectors + 10, 3}, {2 * kBlockSectors, kBlockSectors}}));
+  // A top file whose changes cover the whole disk ends the walk there.
+  tracker.asked.clear();
+  tracker.files[top] = {};
+  tracker.files[top].regions = {{entry3 - 3 * sizeof raw, entry3 + sizeof raw}};  // every table entry
+  tracker.files[top].regions.emplace_back(payload, payload + kBlock);
+  EXPECT_EQ(changes("all"), (Areas{{0, 4 * kBlockSectors}}));
+  EXPECT_EQ(tracker.asked, (std::vector<std::u16string>{top}));
+
+  // Without a tracker only "*" is answered.
+  Vhdx::DiskImpl alone(*Folder(), u"top.vhdx", consumer, false);
+  EXPECT_EQ(Raised([&] { alone.GetCurrentChangeID(); }).Code(), 0x3C003Bu);
+  Vhdx::DiskImpl tracked(*Folder(), u"top.vhdx", consumer, false, &tracker);
+  EXPECT_EQ(tracked.GetCurrentChangeID(), "now");
 }
 
 }  // namespace

@@ -8,7 +8,9 @@
 #include <memory>
 
 #include "common/guid.h"
+#include "vellumrig/tracker.h"
 #include "vhd/bitmap.h"
+#include "vhd/collector.h"
 #include "vhdx/metadata/metadata_consumer.h"
 #include "vhdx/metadata/metadata_descriptor.h"
 #include "vhdx/metadata/metadata_provider.h"
@@ -77,6 +79,9 @@ class DiskFile {
   virtual void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) = 0;
   // `count` whole sectors from `buffer`.
   virtual void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) = 0;
+  // The sectors of the virtual disk that `changedFile` (the changes of this
+  // container's host file) makes changed, to `collector`.
+  virtual void CollectChangedAreas(ChangedFile& changedFile, Vhd::DiskAreaCollector& collector) = 0;
   // Whether this open found and played an unfinished log.
   virtual bool IsLogReplayed() = 0;
   virtual DiskFileLayout GetLayout() = 0;
@@ -103,6 +108,9 @@ class DiskFileDelegate : public DiskFileDecorator {
   }
   void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) override {
     inner_->Write(sector, count, buffer);
+  }
+  void CollectChangedAreas(ChangedFile& changedFile, Vhd::DiskAreaCollector& collector) override {
+    inner_->CollectChangedAreas(changedFile, collector);
   }
   bool IsLogReplayed() override { return inner_->IsLogReplayed(); }
   DiskFileLayout GetLayout() override { return inner_->GetLayout(); }

@@ -6,6 +6,14 @@
 #include "common/message_error.h"
 #include "common/site.h"
 #include "vellumrig/error_text.h"
+#include "vhd/block_bitmap_arrays.h"
+#include "vhd/changed_file_map.h"
+#include "vhd/fixed_value_reporting_collector.h"
+#include "vhd/intersected_interval_collector.h"
+#include "vhd/present_bitmap_enumerator.h"
+#include "vhdx/bat/bat_collectors.h"
+#include "vhdx/bat/bat_entry_array.h"
+#include "vhdx/blocks/bitmap_loader.h"
 #include "vhdx/file/at_end_of_file_allocator.h"
 #include "vhdx/blocks/bat_disk_reader.h"
 #include "vhdx/blocks/chunk_writer.h"
@@ -146,6 +154,81 @@ BlockCensus DiskFileImpl::CountBlocks() {
   });
   census.NotPresent += census.Blocks - std::min(seen, census.Blocks);
   return census;
+}
+
+Area DiskFileImpl::BatTable() const {
+  const std::uint64_t bytes = std::max<std::uint64_t>(batLocation_.Size, TableEntries() * sizeof(BatEntry));
+  return {batLocation_.Offset, static_cast<std::uint32_t>(std::min<std::uint64_t>(bytes, UINT32_MAX))};
+}
+
+std::shared_ptr<const Vhd::DataBlockInfoMap> DiskFileImpl::BlockMap() {
+  if (blockMap_) return blockMap_;
+  auto map = std::make_shared<Vhd::RegionIndexedCollectingDataBlockInfoMap>(blockSize_);
+  PayloadBatEntryToBlockInfoCollector fill(std::make_shared<ParametrizedBatIndexTraits>(geometry_.ChunkRatio),
+                                           blockSize_ / parameters_.LogicalSectorSize, map);
+  ForEachTableEntry(TableEntries(), [&](std::uint64_t index, const BatEntry& entry) { fill.Collect(index, entry); });
+  return blockMap_ = map;
+}
+
+void DiskFileImpl::CollectAllData(Vhd::DiskAreaCollector& collector) {
+  const std::shared_ptr<Vhd::DiskAreaCollector> out(std::shared_ptr<void>(), &collector);
+  const auto batTraits = std::make_shared<ParametrizedBatIndexTraits>(geometry_.ChunkRatio);
+  const auto blockTraits = std::make_shared<BlockSizeAwareDataBlockTraits>(blockSize_ / parameters_.LogicalSectorSize);
+  ReadOnlyFileRegionImpl table(assembly_->GetReadFile(), BatTable());
+  const auto entries = std::make_shared<FileRegionBatEntryArray>(table);
+  const auto chunkBitmaps = std::make_shared<LoadingBitmapArray>(
+      entries, std::make_shared<BitmapLoader>(assembly_->GetReadFile()), geometry_.ChunkRatio);
+  const auto blockBitmaps = std::make_shared<BlockBitmapArray>(
+      chunkBitmaps, std::shared_ptr<const ChunkFeatures>(std::shared_ptr<void>(), chunkTraits_.get()));
+  DispatchingBatEntryCollector dispatch(
+      batTraits,
+      std::make_shared<BatEntryToDiskAreaCollector>(
+          batTraits, std::make_shared<BlockDiskAreaEnumeratorArray>(blockTraits), out),
+      std::make_shared<BatEntryToDiskAreaCollector>(
+          batTraits,
+          std::make_shared<BlockBitmapDiskAreaEnumeratorArray>(
+              blockTraits, std::make_shared<Vhd::PresentBitmapEnumeratorFactory>(), blockBitmaps),
+          out));
+  ArrayEntryEnumerator<BatEntry>(entries).Enumerate(0, TableEntries(), dispatch);
+}
+
+void DiskFileImpl::CollectChangedAreas(ChangedFile& changedFile, Vhd::DiskAreaCollector& collector) {
+  bool full = false;
+  if (Common::Error error = changedFile.IsFull(full)) throw error;
+  // The limit is the virtual size in bytes although areas count sectors:
+  // wider than the disk, never narrower, and the queries cut to the disk.
+  const Vhd::DiskArea limit{0, parameters_.VirtualSize};
+  if (full) {
+    if (fileType_ == kFixedFile) collector.Collect(limit);
+    else CollectAllData(collector);
+    return;
+  }
+  IntersectedIntervalCollector<Vhd::DiskArea> limited(limit, collector);
+  Vhd::ChangedFileRegionEnumerator regions(std::shared_ptr<ChangedFile>(std::shared_ptr<void>(), &changedFile));
+  if (logReplayed_) {
+    // The replay wrote into the file behind the tracker's back: any change
+    // at all stands for the whole disk.
+    FixedValueReportingCollector<Vhd::FileRegion, Vhd::DiskArea> whole(limit, limited);
+    regions.Enumerate(whole);
+    return;
+  }
+  const std::shared_ptr<Vhd::DiskAreaCollector> out(std::shared_ptr<void>(), &limited);
+  const auto batTraits = std::make_shared<ParametrizedBatIndexTraits>(geometry_.ChunkRatio);
+  const std::uint32_t sectorsPerBlock = blockSize_ / parameters_.LogicalSectorSize;
+  const Area table = BatTable();
+  ReadOnlyFileRegionImpl tableRegion(assembly_->GetReadFile(), table);
+  RegionCollectorComposite branches;
+  // Payload written: the sectors it holds, partly touched ones whole.
+  branches.Add(std::make_shared<Vhd::DataBlocksRegionCollector>(BlockMap(), blockSize_,
+                                                                parameters_.LogicalSectorSize, out));
+  // Table entries rewritten: a block whose entry holds no payload now
+  // changed, though no payload write tells of it.
+  branches.Add(std::make_shared<RegionToRegionAreaCollector>(
+      table, std::make_shared<BatRegionAreaCollector>(
+                 std::make_shared<ArrayEntryEnumerator<BatEntry>>(std::make_shared<FileRegionBatEntryArray>(tableRegion)),
+                 std::make_shared<LimitedBatRegionAreaToIndexMap>(TableEntries()),
+                 std::make_shared<EmptyBatEntryToDiskAreaCollector>(batTraits, sectorsPerBlock, out))));
+  regions.Enumerate(branches);
 }
 
 AppendPoint& DiskFileImpl::Place() {

@@ -4,6 +4,8 @@
 // update the BAT last. Module-internal; made by the open paths.
 #pragma once
 
+#include "vhd/data_block_info.h"
+
 #include <memory>
 
 #include "vhdx/bat/bat_area.h"
@@ -34,6 +36,7 @@ class DiskFileImpl : public DiskFile {
   void RemoveMetadata(const MetadataDescriptor& descriptor) override;
   void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) override;
   void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) override;
+  void CollectChangedAreas(ChangedFile& changedFile, Vhd::DiskAreaCollector& collector) override;
   bool IsLogReplayed() override { return logReplayed_; }
   DiskFileLayout GetLayout() override;
   BlockCensus CountBlocks() override;
@@ -53,6 +56,13 @@ class DiskFileImpl : public DiskFile {
   // Made on the first change that needs room, so that read-only use never
   // pays the walk over the BAT that finds where the named bytes end.
   AppendPoint& Place();
+  // Every sector this file holds data for, present or defined as zero.
+  void CollectAllData(Vhd::DiskAreaCollector& collector);
+  // The table as the change queries read it: where reads take it, which
+  // may reach past a region stated too short.
+  Area BatTable() const;
+  // Where each payload block lies, made once, on the first change query.
+  std::shared_ptr<const Vhd::DataBlockInfoMap> BlockMap();
   std::unique_ptr<ChunkWriter> CreateChunkWriter(BatEntry* entries);
   void WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes);
   void WriteBatArea(const BatArea& area);
@@ -74,6 +84,7 @@ class DiskFileImpl : public DiskFile {
   ReservedAreas reserved_;
   BitmapCache bitmapCache_;
   std::unique_ptr<AppendPoint> place_;
+  std::shared_ptr<Vhd::RegionIndexedCollectingDataBlockInfoMap> blockMap_;
 };
 
 }  // namespace Vhdx

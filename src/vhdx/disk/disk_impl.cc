@@ -2,14 +2,21 @@
 
 #include "common/message_error.h"
 #include "common/site.h"
+#include "vhd/collector_delegate.h"
+#include "vhd/saturation_checking.h"
+#include "vhd/saturation_preserver.h"
+#include "vhd/single_value_collector.h"
+#include "vhd/threshould_checking_collector.h"
+#include "vhd/union.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/format/errors.h"
 #include "vhdx/metadata/well_known_items.h"
 
 namespace Vhdx {
 
-DiskImpl::DiskImpl(rio_dir& dir, const std::u16string& name, SelectiveMetadataConsumer& consumer, bool writable)
-    : top_(OpenHierarchy(dir, name, consumer, writable)) {}
+DiskImpl::DiskImpl(rio_dir& dir, const std::u16string& name, SelectiveMetadataConsumer& consumer, bool writable,
+                   FileTracker* tracker)
+    : top_(OpenHierarchy(dir, name, consumer, writable)), tracker_(tracker) {}
 
 DiskImpl::~DiskImpl() = default;
 
@@ -33,6 +40,52 @@ void DiskImpl::EnumerateMetadata(MetadataConsumer& consumer) {
 void DiskImpl::SetMetadata(MetadataProvider& provider) {
   FilteringMetadataProvider filtered(provider, WellKnownItems::DiskItems());
   top_->SetMetadata(filtered);
+}
+
+std::string DiskImpl::GetCurrentChangeID() {
+  if (!tracker_) throw Common::MessageError(VR_SITE, kNoTracker);
+  std::string id;
+  if (Common::Error error = tracker_->GetCurrentChangeID(id)) throw error;
+  return id;
+}
+
+std::shared_ptr<Vhd::ChangedFileMap> DiskImpl::CreateTrackedChangedFileMap(const std::string& changeId) {
+  if (!tracker_) throw Common::MessageError(VR_SITE, kNoTracker);
+  return std::make_shared<Vhd::CheckingChangedFileMap>(
+      std::make_shared<Vhd::TrackerAwareTrackChecker>(*tracker_),
+      std::make_shared<Vhd::TrackedChangedFileMap>(*tracker_, changeId));
+}
+
+void DiskImpl::GetChangedAreas(const std::string& changeId, const Vhd::DiskArea& area,
+                               Vhd::DiskAreaCollector& collector) {
+  auto found = changes_.find(changeId);
+  if (found == changes_.end()) found = changes_.emplace(changeId, CollectChanges(changeId)).first;
+  found->second->Intersect(area, collector);
+}
+
+// The union of what each file of the chain changed, from the top down; the
+// walk stops at the first file after which the whole disk is known changed.
+std::shared_ptr<Vhd::CollectingDiskAreaIntersection> DiskImpl::CollectChanges(const std::string& changeId) {
+  const DiskParameters parameters = top_->GetDiskParameters();
+  const std::uint64_t sectors = parameters.VirtualSize / parameters.LogicalSectorSize;
+  Vhd::DiskAreaUnion changed;
+  ThreshouldCheckingCollector<Vhd::DiskArea> goal({0, sectors}, &FallsShort);
+  SingleValueSaturableCollectorFactory<Vhd::DiskArea> factory(goal);
+  EnumeratorSaturationChecker<Vhd::DiskArea> checker(changed, factory);
+  SaturationCheckingCollector<Vhd::DiskArea> checking(checker,
+                                                      std::make_shared<Vhd::CollectorDelegate<Vhd::DiskArea>>(changed));
+
+  const std::shared_ptr<Vhd::ChangedFileMap> map =
+      changeId == "*" ? std::make_shared<Vhd::FullChangedFileMap>() : CreateTrackedChangedFileMap(changeId);
+  for (DiskFileHierarchy* file = top_.get(); file; file = file->GetParent()) {
+    Vhd::SaturationPreserver<Vhd::DiskArea> preserver(checking);
+    if (const std::shared_ptr<ChangedFile> changes = map->Get(file->GetFullName()))
+      file->CollectChangedAreas(*changes, preserver);
+    if (preserver.IsSaturated()) break;
+  }
+  auto result = std::make_shared<Vhd::CollectingDiskAreaIntersection>();
+  changed.Enumerate(*result);
+  return result;
 }
 
 }  // namespace Vhdx

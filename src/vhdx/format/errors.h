@@ -91,5 +91,6 @@ inline constexpr ErrorMessage kCodeNotImplemented{0x100401, Msg::CodeNotImplemen
 inline constexpr ErrorMessage kCreateFailed{0x3C0005, Msg::EngineCreateFailed};
 inline constexpr ErrorMessage kDeleteFileFailed{0x3C002E, Msg::EngineDeleteFileFailed};
 inline constexpr ErrorMessage kDeleteFailed{0x3C0009, Msg::EngineDeleteFailed};
+inline constexpr ErrorMessage kNoTracker{0x3C003B, Msg::EngineNoTracker};
 
 }  // namespace Vhdx
