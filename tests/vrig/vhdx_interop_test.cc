@@ -405,6 +405,9 @@ TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   EXPECT_TRUE(ReadBytes(out) == std::string(512, '\0') + std::string(512, 'a') + std::string(512, '\0'));
   ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " 2047 1 > " + out).status, 0);
   EXPECT_TRUE(ReadBytes(out) == std::string(512, '\0'));
+  // All its data: the one block, cut to the disk; other IDs need a tracker.
+  EXPECT_EQ(Vrig("changes " + vhdx + " '*'").output, "0 2048\ntotal 2048 sectors of 512 bytes\n");
+  EXPECT_NE(Vrig("changes " + vhdx + " 1").output.find("The file tracker is not found."), std::string::npos);
 }
 
 }  // namespace

@@ -243,6 +243,28 @@ int Write(std::vector<std::string> args) {
   }
 }
 
+// The changed sector ranges, "first count" a line, then the total.
+int Changes(std::vector<std::string> args) {
+  Need(args, 2, "changes <file> <change-id|*>");
+  Place place = PlaceOf(args[0], true);
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  struct Printer : Vhd::DiskAreaCollector {
+    bool Collect(const Vhd::DiskArea& area) override {
+      std::printf("%llu %llu\n", static_cast<unsigned long long>(area.Offset),
+                  static_cast<unsigned long long>(area.Size));
+      total += area.Size;
+      return true;
+    }
+    std::uint64_t total = 0;
+  } printer;
+  disk.GetChangedAreas(args[1], {0, parameters.VirtualSize / parameters.LogicalSectorSize}, printer);
+  std::printf("total %llu sectors of %u bytes\n", static_cast<unsigned long long>(printer.total),
+              parameters.LogicalSectorSize);
+  return std::fflush(stdout) == 0 ? 0 : 1;
+}
+
 bool TakeFlag(std::vector<std::string>& args, const char* flag) {
   const auto at = std::find(args.begin(), args.end(), flag);
   if (at == args.end()) return false;
@@ -303,6 +325,7 @@ int VhdxCommand(const std::vector<std::string>& args) {
     return Export(rest[0], rest[1]);
   }
   if (what == "rm") return Remove(std::move(rest));
+  if (what == "changes") return Changes(std::move(rest));
   throw UsageError{"unknown vhdx command: " + what};
 }
 
