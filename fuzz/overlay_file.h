@@ -46,7 +46,7 @@ class OverlayFile final : public rio_file {
         std::memcpy(out, found->second->data() + in, n);
       } else {
         const std::uint64_t fromBase = offset < baseEnd_ ? std::min(n, baseEnd_ - offset) : 0;
-        std::memcpy(out, base_->data() + offset, fromBase);
+        if (fromBase) std::memcpy(out, base_->data() + offset, fromBase);
         std::memset(out + fromBase, 0, n - fromBase);
       }
       out += n;
@@ -145,6 +145,7 @@ class OverlayFile final : public rio_file {
   std::int64_t SeekCurrent(std::int64_t delta) override { return position_ += delta; }
   std::int64_t SeekEnd(std::int64_t delta) override { return position_ = static_cast<std::int64_t>(size_) + delta; }
   std::uint64_t Size() override { return size_; }
+  std::uint64_t End() const { return size_; }
   void LockShared() override {}
   void LockExclusive() override {}
   void Unlock() override {}
@@ -158,7 +159,7 @@ class OverlayFile final : public rio_file {
       slot = std::make_unique<Page>();
       const std::uint64_t at = page * kPage;
       const std::uint64_t fromBase = at < baseEnd_ ? std::min(kPage, baseEnd_ - at) : 0;
-      std::memcpy(slot->data(), base_->data() + at, fromBase);
+      if (fromBase) std::memcpy(slot->data(), base_->data() + at, fromBase);
       std::memset(slot->data() + fromBase, 0, kPage - fromBase);
     }
     return *slot;

@@ -297,7 +297,9 @@ bool BlocksShareSpace(const Fuzz::OverlayFile& file, const Vhdx::DiskFileLayout&
   if (blocks + chunks > (1u << 20)) return true;  // too many to look at: assume the worst
   std::vector<std::pair<std::uint64_t, std::uint64_t>> spans;  // offset, length
   const auto take = [&](std::uint64_t index, bool bitmap) {
-    if (index >= layout.BatLength / 8) return;
+    // Entries past the region or the end of the file hold no block.
+    if (index >= layout.BatLength / 8 || layout.BatOffset > file.End() || index >= (file.End() - layout.BatOffset) / 8)
+      return;
     std::uint8_t raw[8];
     file.Get(layout.BatOffset + index * 8, raw, sizeof raw);
     const Vhdx::BatEntry entry(Vhdx::LoadLe64(raw));
