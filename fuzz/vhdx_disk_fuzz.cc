@@ -249,10 +249,12 @@ struct Place {
 };
 
 // What the disk shows at each place: the bytes, then for each sector a 1 if
-// this file holds it (a 0 leaves it to a parent). Places close together
-// are read in one request, since every read of a differencing file loads a
-// sector bitmap of 1 MiB, into a buffer kept between runs, since a fresh
-// one of megabytes costs more than the read.
+// this file holds it (a 0 leaves it to a parent). Each request loads fresh
+// memory for the chunk it touches: a sector bitmap of 1 MiB in a
+// differencing file, a BAT piece of 256 KiB with 4096-byte sectors. There,
+// places close together are read in one request, into a buffer kept
+// between runs; elsewhere each place alone, as copying the megabytes
+// between would cost more.
 std::vector<std::string> ShowPlaces(Vhdx::DiskFile& disk, const std::vector<Place>& places, std::uint32_t size) {
   static std::vector<char> buffer;
   const auto show = [&](std::uint64_t first, std::uint64_t count) {
@@ -272,7 +274,8 @@ std::vector<std::string> ShowPlaces(Vhdx::DiskFile& disk, const std::vector<Plac
     end = std::max(end, place.At + place.Count);
   }
   std::vector<std::string> shown;
-  if (end - first > kReadLimit / size) {
+  const bool costly = disk.GetFileType() == Vhdx::kDifferencingFile || size > 512;
+  if (!costly || end - first > kReadLimit / size) {
     for (const Place& place : places) shown.push_back(cut(*show(place.At, place.Count), 0, place.Count));
   } else {
     const auto wanted = show(first, end - first);
