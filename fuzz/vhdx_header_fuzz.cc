@@ -1,22 +1,41 @@
-// Any bytes as a container's first megabyte (cut or zero-padded to 1 MiB)
-// through the checks and readers every open starts with. Each input runs
-// twice: as it is, and with the checksums of both headers and both region
-// tables made to match, so that the parsers behind the checksums are
-// reached too. A thrown Common::Error is a fine answer; anything else is a
-// fault.
+// A container's first megabyte through the checks and readers every open
+// starts with: the file identifier, the two headers and the two region
+// tables. A thrown Common::Error is a fine answer; anything else is a fault.
+//
+// An input that begins "vhdxfile" is the first megabyte itself (cut or
+// zero-padded to 1 MiB), run twice: as it is, and with the checksums of
+// both headers and both region tables made to match, so that the parsers
+// behind them are reached too. Any other input is a list of edits
+// (container_edits.h) over the first megabyte of a valid container: named
+// fields (sequence numbers, log offset and length, versions, region counts,
+// offsets, lengths, GUIDs and flags) changed, with checksums made to match
+// or kept as the selector byte says. Random bytes over a megabyte stop
+// finding anything after about a thousand inputs; edits of fields keep
+// reaching new combinations.
+//
+// VELLUMRIG_MAKE_SEEDS=<folder> writes the edit seeds to the folder and
+// exits: those in fuzz/corpus/vhdx_header are made this way.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "common/memory_file.h"
+#include "container_edits.h"
+#include "overlay_file.h"
+#include "vhdx/disk/create.h"
+#include "vhdx/file/read_only_file.h"
+#include "vhdx/file/writeable_file.h"
 #include "vhdx/format/crc32c.h"
 #include "vhdx/format/file_validator.h"
 #include "vhdx/format/format.h"
 #include "vhdx/format/header_reader.h"
 #include "vhdx/format/little_endian.h"
-#include "vhdx/file/read_only_file.h"
 #include "vhdx/format/region_table_reader.h"
 
 namespace {
@@ -29,10 +48,8 @@ void Seal(std::string& bytes, std::uint64_t offset, std::size_t size) {
   Vhdx::StoreLe32(p + 4, Vhdx::Crc32c(p, size));
 }
 
-void Exercise(const std::string& bytes) {
-  auto memory = Common::MemoryFile::Create();
-  memory->Write(bytes.data(), bytes.size());
-  Vhdx::ReadOnlyFile file(*memory);
+void Exercise(ri_file& host) {
+  Vhdx::ReadOnlyFile file(host);
   try {
     Vhdx::FileValidator::CheckVersion(file);
   } catch (const Common::Error&) {
@@ -50,15 +67,106 @@ void Exercise(const std::string& bytes) {
   }
 }
 
+void ExerciseBytes(const std::string& bytes) {
+  Fuzz::OverlayFile file(bytes);
+  Exercise(file);
+}
+
+// The first megabyte of a valid dynamic container, and its fields.
+struct Base {
+  std::string Image;
+  std::vector<Fuzz::Field> Fields;
+};
+
+const Base& TheBase() {
+  static const Base base = [] {
+    auto memory = Common::MemoryFile::Create();
+    Vhdx::WriteableFile file(*memory);
+    Vhdx::WriteDynamicContainer(file, {4 << 20, 512});
+    std::string image(memory->GetData(), Format::kMiB);
+    return Base{image, Fuzz::FindFields(image)};
+  }();
+  return base;
+}
+
+void MakeSeeds(const std::string& folder) {
+  using Fuzz::EditWriter;
+  const auto& fields = TheBase().Fields;
+  std::vector<std::pair<std::string, std::string>> seeds;
+  const auto on = [&](std::uint8_t flags = 0) { return EditWriter(fields, flags); };
+  const auto add = [&](const std::string& name, const EditWriter& writer) { seeds.emplace_back(name, writer.Bytes()); };
+  const std::uint64_t mib = Format::kMiB;
+  add("edits_none", on());
+  add("header_second_newer", on().Set("header1.sequence", 9));
+  add("header_same_sequence", on().From("header1.sequence", "header0.sequence").Set("header1.log_offset", 3 * mib));
+  add("header_stale_checksum", on(Fuzz::kKeepHeaderChecksums).Edit("header1.sequence", Fuzz::kAdd, 1));
+  add("header_both_broken", on().Set("header0.signature", 0).Set("header1.signature", 1));
+  add("header_version_0", on().Set("header0.version", 0).Set("header1.version", 0));
+  add("header_log_unaligned", on().Edit("header0.log_offset", Fuzz::kAdd, 4096).Edit("header1.log_length", Fuzz::kAdd, 4096));
+  add("header_log_past_4g", on().Edit("header0.log_offset", Fuzz::kMagic, 14).Edit("header1.log_offset", Fuzz::kMagic, 14));
+  add("header_log_in_first_mib", on().Set("header0.log_offset", 0).Set("header1.log_offset", 0));
+  add("header_log_version", on().Set("header0.log_version", 1));
+  add("identifier_broken", on().Set("identifier.signature", 0));
+  add("regions_count_0", on().Set("regions0.count", 0).Set("regions1.count", 0));
+  add("regions_count_max", on().Set("regions0.count", Format::kMaxRegionEntries));
+  add("regions_count_past_max", on().Set("regions0.count", Format::kMaxRegionEntries + 1));
+  add("regions_count_huge", on().Edit("regions1.count", Fuzz::kMagic, 12).Set("regions0.signature", 0));
+  add("regions_first_stale", on(Fuzz::kKeepRegionChecksums).Set("regions0.entry0.length", 0));
+  add("regions_tables_differ", on().Set("regions1.entry0.offset", 8 * mib));
+  add("regions_duplicate", on().Set("regions0.count", 3).From("regions0.entry2.guid.lo", "regions0.entry1.guid.lo").From("regions0.entry2.guid.hi", "regions0.entry1.guid.hi"));
+  add("regions_overlap", on().From("regions0.entry1.offset", "regions0.entry0.offset"));
+  add("regions_offset_zero", on().Set("regions0.entry0.offset", 0));
+  add("regions_offset_unaligned", on().Edit("regions0.entry1.offset", Fuzz::kAdd, 512));
+  add("regions_length_huge", on().Edit("regions0.entry1.length", Fuzz::kMagic, 12));
+  add("regions_unknown_required", on().Edit("regions0.entry0.guid.lo", Fuzz::kXor, 1).Set("regions0.entry0.required", 1));
+  add("regions_unknown_optional", on().Edit("regions0.entry0.guid.hi", Fuzz::kXor, 1).Set("regions0.entry0.required", 0));
+  add("regions_reserved", on().Set("regions0.reserved", 1));
+  for (const auto& [name, bytes] : seeds) {
+    std::ofstream out(folder + "/" + name, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+      std::fprintf(stderr, "cannot write %s/%s\n", folder.c_str(), name.c_str());
+      std::exit(1);
+    }
+  }
+  std::fprintf(stderr, "%zu seeds written to %s\n", seeds.size(), folder.c_str());
+}
+
+bool IsWholeImage(const std::uint8_t* data, std::size_t size) {
+  return size >= 8 && std::memcmp(data, Format::kFileIdentifierSignature, 8) == 0;
+}
+
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  if (const char* folder = std::getenv("VELLUMRIG_MAKE_SEEDS")) {
+    MakeSeeds(folder);
+    std::exit(0);
+  }
+  TheBase();
+  return 0;
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
+                                               unsigned seed) {
+  if (IsWholeImage(data, size)) return LLVMFuzzerMutate(data, size, maxSize);
+  return Fuzz::MutateEdits(data, size, maxSize, seed, TheBase().Fields.size());
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string bytes(reinterpret_cast<const char*>(data), std::min<std::size_t>(size, Format::kMiB));
-  bytes.resize(Format::kMiB, '\0');
-  Exercise(bytes);
-  for (const std::uint64_t offset : Format::kHeaderOffsets) Seal(bytes, offset, Format::kHeaderSize);
-  for (const std::uint64_t offset : Format::kRegionTableOffsets)
-    Seal(bytes, offset, Format::kRegionTableSize);
-  Exercise(bytes);
+  if (size == 0) return 0;
+  if (IsWholeImage(data, size)) {
+    std::string bytes(reinterpret_cast<const char*>(data), std::min<std::size_t>(size, Format::kMiB));
+    bytes.resize(Format::kMiB, '\0');
+    ExerciseBytes(bytes);
+    for (const std::uint64_t offset : Format::kHeaderOffsets) Seal(bytes, offset, Format::kHeaderSize);
+    for (const std::uint64_t offset : Format::kRegionTableOffsets) Seal(bytes, offset, Format::kRegionTableSize);
+    ExerciseBytes(bytes);
+    return 0;
+  }
+  const Base& base = TheBase();
+  Fuzz::OverlayFile file(base.Image);
+  Fuzz::ApplyEdits(file, base.Fields, data[0], data + 1, size - 1);
+  Exercise(file);
   return 0;
 }
