@@ -16,6 +16,7 @@
 #include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/format/region_table_reader.h"
 #include "vhdx/format/region_table_writer.h"
+#include "vhdx/file/read_only_file.h"
 #include "vhdx/file/writeable_file.h"
 #include "vhdx/test_files.h"
 
@@ -117,6 +118,37 @@ TEST_F(CorruptionTest, AShortBatRegionReadsTheTableAndRefusesWritesBehindIt) {
   EXPECT_EQ(refused.Code(), 0x3C0008u);
   EXPECT_NE(Common::FullText(refused).find(u"shorter than the disk's table"), std::u16string::npos);
   EXPECT_TRUE(HostTest::ReadBytes(dir.Join("short.vhdx")) == before);
+}
+
+// A BAT that shares bytes with the metadata table, the log or the headers
+// would have table updates overwrite them: such files are refused at open,
+// read-only too, and keep every byte.
+TEST_F(CorruptionTest, RegionsThatShareBytesAreRefused) {
+  CreateDisk("shared.vhdx", 2 * kBlock, Pattern(1, 6));
+  Vhdx::RegionList original;
+  {
+    std::unique_ptr<i_file> host = Folder()->OpenFile(u"shared.vhdx", kOpenRead);
+    Vhdx::ReadOnlyFile file(*dynamic_cast<ri_file*>(host.get()));
+    original = Vhdx::RegionTableReader::Read(file);
+  }
+  std::uint64_t metadata = 0, log = 0x100000;
+  for (const Vhdx::RegionTableEntry& region : original)
+    if (region.Guid == Format::kMetadataRegionGuid) metadata = region.FileOffset;
+  for (const std::uint64_t batOffset : {metadata + 0x1000 - 1, log + 8, std::uint64_t{4096}}) {
+    SCOPED_TRACE(batOffset);
+    {
+      std::unique_ptr<i_file> host = Folder()->OpenFile(u"shared.vhdx", kOpenReadWrite);
+      Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*host));
+      Vhdx::RegionList regions = original;
+      for (Vhdx::RegionTableEntry& region : regions)
+        if (region.Guid == Format::kBatRegionGuid) region.FileOffset = batOffset;
+      Vhdx::RegionTableWriter::Write(file, regions);
+    }
+    const std::string before = HostTest::ReadBytes(dir.Join("shared.vhdx"));
+    for (const bool writable : {false, true})
+      EXPECT_EQ(Raised([&] { Open("shared.vhdx", writable); }).Code(), 0x3C0011u) << writable;
+    EXPECT_TRUE(HostTest::ReadBytes(dir.Join("shared.vhdx")) == before);
+  }
 }
 
 // A write cut short before its BAT update leaves the block's bits set in

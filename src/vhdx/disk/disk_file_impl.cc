@@ -42,6 +42,29 @@ Area RegionArea(const RegionList& regions, const Common::Guid& guid) {
   return {entry.FileOffset, entry.Length};
 }
 
+// A region that shares bytes with another region, the log or the headers
+// would have the engine's updates of one overwrite the other (a BAT update
+// landing in the metadata table, say), and the file would open no more:
+// such a file is refused before anything is read through its regions.
+void CheckRegionsApart(const HeaderInfo& header, const RegionList& regions) {
+  struct Named {
+    std::uint64_t Offset, Length;
+  };
+  std::vector<Named> taken = {{0, Format::kMiB}, {header.LogOffset, header.LogLength}};
+  for (const RegionTableEntry& region : regions) {
+    const Named mine{region.FileOffset, region.Length};
+    for (const Named& other : taken) {
+      // Differences, not sums: hostile offsets near 2^64 must not wrap.
+      const bool overlap = mine.Length != 0 && other.Length != 0 &&
+                           (mine.Offset >= other.Offset ? mine.Offset - other.Offset < other.Length
+                                                        : other.Offset - mine.Offset < mine.Length);
+      if (overlap)
+        throw Common::MessageError(VR_SITE, kRegionsOverlap, {Decimal(mine.Offset), Decimal(mine.Length)});
+    }
+    taken.push_back(mine);
+  }
+}
+
 }  // namespace
 
 DiskFileImpl::DiskFileImpl(std::unique_ptr<FileAssembly> assembly, bool logReplayed,
@@ -60,6 +83,7 @@ void DiskFileImpl::Init(SelectiveMetadataConsumer& consumer) {
   const RegionList regions = RegionTableReader::Read(file);
   batLocation_ = RegionArea(regions, Format::kBatRegionGuid);
   metadataLocation_ = RegionArea(regions, Format::kMetadataRegionGuid);
+  CheckRegionsApart(header, regions);
 
   auto logical = std::make_shared<SingleValueMetadataConsumer<VirtualDiskLogicalSectorSize>>(
       Format::kLogicalSectorSizeItem, false);

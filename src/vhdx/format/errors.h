@@ -15,6 +15,7 @@ inline constexpr ErrorMessage kUnknownFormat{0x3C0003, Msg::EngineUnknownFormat}
 inline constexpr ErrorMessage kInvalidVersion{0x3C0021, Msg::EngineInvalidVersion};
 inline constexpr ErrorMessage kNoCurrentHeader{0x3C0010, Msg::EngineNoCurrentHeader};
 inline constexpr ErrorMessage kRegionTableInvalid{0x3C0011, Msg::EngineRegionTableInvalid};
+inline constexpr ErrorMessage kRegionsOverlap{0x3C0011, Msg::EngineRegionsOverlap};
 inline constexpr ErrorMessage kRegionEntryMissing{0x3C0018, Msg::EngineRegionEntryMissing};
 // A block size and sector size whose arithmetic would divide by zero or
 // leave sectors of a chunk without a BAT entry: refused before any use.
