@@ -120,16 +120,19 @@ void DiskFileImpl::Init(SelectiveMetadataConsumer& consumer) {
   geometry_ = BlockGeometry::Make(blockSize_, parameters_.LogicalSectorSize, parameters_.VirtualSize);
   chunkTraits_ = std::make_unique<ChunkTraits>(geometry_.ChunkRatio, geometry_.SectorsPerBlock);
   bat_ = std::make_unique<BatAreaLoader>(file, batLocation_, geometry_.ChunkRatio, TableEntries());
-  FindReservedAreas();
+  FindReservedAreas(header, regions);
 }
 
 void DiskFileImpl::FindReservedAreas() {
   File& file = assembly_->GetReadFile();
-  const HeaderInfo header = HeaderReader::Read(file);
+  FindReservedAreas(HeaderReader::Read(file), RegionTableReader::Read(file));
+}
+
+void DiskFileImpl::FindReservedAreas(const HeaderInfo& header, const RegionList& regions) {
   reserved_ = {};
   reserved_.Add(0, Format::kMiB);
   reserved_.Add(header.LogOffset, header.LogLength);
-  for (const RegionTableEntry& region : RegionTableReader::Read(file)) reserved_.Add(region.FileOffset, region.Length);
+  for (const RegionTableEntry& region : regions) reserved_.Add(region.FileOffset, region.Length);
 }
 
 DiskFileLayout DiskFileImpl::GetLayout() {
@@ -145,10 +148,12 @@ std::uint64_t DiskFileImpl::TableEntries() const {
 
 template <class Fn>
 void DiskFileImpl::ForEachTableEntry(std::uint64_t count, Fn fn) {
-  constexpr std::uint64_t kPiece = Format::kMiB / sizeof(BatEntry);
-  std::vector<std::uint8_t> bytes(kPiece * sizeof(BatEntry));
-  for (std::uint64_t first = 0; first < count; first += kPiece) {
-    const std::uint64_t n = std::min(kPiece, count - first);
+  // A small table gets a small buffer: a fresh megabyte per call costs more
+  // than reading a few entries.
+  const std::uint64_t piece = std::min<std::uint64_t>(Format::kMiB / sizeof(BatEntry), std::max<std::uint64_t>(count, 1));
+  std::vector<std::uint8_t> bytes(piece * sizeof(BatEntry));
+  for (std::uint64_t first = 0; first < count; first += piece) {
+    const std::uint64_t n = std::min(piece, count - first);
     assembly_->GetReadFile().Read(batLocation_.Offset + first * sizeof(BatEntry), n * sizeof(BatEntry), bytes.data());
     for (std::uint64_t i = 0; i < n; ++i) fn(first + i, BatEntry(LoadLe64(bytes.data() + i * sizeof(BatEntry))));
   }
@@ -258,14 +263,14 @@ void DiskFileImpl::CollectChangedAreas(ChangedFile& changedFile, Vhd::DiskAreaCo
 AppendPoint& DiskFileImpl::Place() {
   if (place_) return *place_;
   // Everything that names bytes of the file: its own structures, and every
-  // entry with a place, payload or sector bitmap, in the region or in the
-  // part of the table reads take from behind it. Entries that lie behind
-  // the end of the file cannot be read and are left out.
+  // table entry with a place, payload or sector bitmap, in the region or
+  // behind a region stated too short. The rest of the region is padding
+  // that names nothing. Entries that lie behind the end of the file cannot
+  // be read and are left out.
   std::uint64_t end = reserved_.End();
   const std::uint64_t size = assembly_->GetReadFile().GetSize();
   const std::uint64_t held = batLocation_.Offset < size ? (size - batLocation_.Offset) / sizeof(BatEntry) : 0;
-  const std::uint64_t count =
-      std::min(held, std::max<std::uint64_t>(batLocation_.Size / sizeof(BatEntry), TableEntries()));
+  const std::uint64_t count = std::min(held, TableEntries());
   const ParametrizedBatIndexTraits traits(geometry_.ChunkRatio);
   ForEachTableEntry(count, [&](std::uint64_t index, const BatEntry& entry) {
     const std::uint64_t state = entry.GetState();

@@ -4,10 +4,9 @@
 // update the BAT last. Module-internal; made by the open paths.
 #pragma once
 
-#include "vhd/data_block_info.h"
-
 #include <memory>
 
+#include "vhd/data_block_info.h"
 #include "vhdx/bat/bat_area.h"
 #include "vhdx/bat/bat_traits.h"
 #include "vhdx/blocks/bitmap_store.h"
@@ -15,6 +14,8 @@
 #include "vhdx/disk/file_assembly.h"
 #include "vhdx/file/append_point.h"
 #include "vhdx/bat/reserved_areas.h"
+#include "vhdx/format/header_info.h"
+#include "vhdx/format/region_table.h"
 
 namespace Vhdx {
 
@@ -66,7 +67,10 @@ class DiskFileImpl : public DiskFile {
   std::unique_ptr<ChunkWriter> CreateChunkWriter(BatEntry* entries);
   void WriteChunks(std::uint64_t sector, std::uint64_t count, const std::uint8_t* bytes);
   void WriteBatArea(const BatArea& area);
+  // Read afresh, after a change that may move a region; or from what the
+  // open has just read.
   void FindReservedAreas();
+  void FindReservedAreas(const HeaderInfo& header, const RegionList& regions);
   std::unique_ptr<MetadataModifier> CreateModifier();
 
   std::unique_ptr<FileAssembly> assembly_;
