@@ -20,7 +20,7 @@ void BatDiskReader::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer
     const std::uint64_t at = sector + i;
     const std::uint64_t chunk = (at >> 23) - area->FirstChunk;
     ChunkReader reader(area->Entries.data() + chunk * entriesPerChunk, geometry_.ChunkRatio, file_,
-                       isDifferencing_, geometry_.SectorsPerBlock);
+                       isDifferencing_, geometry_.SectorsPerBlock, cache_);
     const std::uint64_t c = ChunkTraits::GetSectorsInChunk(at, n - i);
     reader.Read(ChunkTraits::GetOffsetInChunk(at),
                 {geometry_.SectorSize, bytes + i * geometry_.SectorSize, wanted.GetSubBitmap(i, c)});

@@ -9,6 +9,7 @@
 #include "vhd/bitmap.h"
 #include "vhdx/bat/bat_area.h"
 #include "vhdx/bat/bat_traits.h"
+#include "vhdx/blocks/bitmap_store.h"
 #include "vhdx/file/file.h"
 
 namespace Vhdx {
@@ -17,8 +18,9 @@ class BatDiskReader {
  public:
   // The file and the loader (whose cached slice writes share) must outlive
   // the reader.
-  BatDiskReader(File& file, BatAreaLoader& bat, const BlockGeometry& geometry, bool isDifferencing)
-      : file_(file), bat_(bat), geometry_(geometry), isDifferencing_(isDifferencing) {}
+  BatDiskReader(File& file, BatAreaLoader& bat, const BlockGeometry& geometry, bool isDifferencing,
+                BitmapCache* cache = nullptr)
+      : file_(file), bat_(bat), geometry_(geometry), isDifferencing_(isDifferencing), cache_(cache) {}
 
   // `wanted` has one bit per sector from `sector` on, `buffer` room for all
   // of them. Fills the sectors whose bits are set and that this file holds,
@@ -33,6 +35,7 @@ class BatDiskReader {
   BatAreaLoader& bat_;
   BlockGeometry geometry_;
   bool isDifferencing_;
+  BitmapCache* cache_;
 };
 
 }  // namespace Vhdx

@@ -22,6 +22,16 @@ void ChunkReader::Read(std::uint64_t offsetInChunk, const ReadTarget& target) {
   }
 }
 
+// A megabyte a chunk: reading it again for every request into the chunk
+// costs more than the request itself.
+std::shared_ptr<Vhd::Bitmap> ChunkReader::LoadChunkBitmap() {
+  const BatEntry entry = entries_[chunkRatio_];
+  if (cache_ && cache_->Bitmap && cache_->Entry == entry) return cache_->Bitmap;
+  std::shared_ptr<Vhd::DataOwningBitmap> bitmap = BitmapLoader(file_).Load(entry);
+  if (cache_) *cache_ = {entry, bitmap};
+  return bitmap;
+}
+
 std::unique_ptr<BlockReader> ChunkReader::CreateBlockReader(std::uint64_t block, BatEntry entry) {
   switch (entry.GetState()) {
     case PAYLOAD_BLOCK_NOT_PRESENT:
@@ -36,7 +46,7 @@ std::unique_ptr<BlockReader> ChunkReader::CreateBlockReader(std::uint64_t block,
       return std::make_unique<WholeBlockReader>(file_, entry.GetFileOffset());
     case PAYLOAD_BLOCK_PARTIALLY_PRESENT:
       if (!isDifferencing_) throw Common::MessageError(VR_SITE, kPartialInFixed);
-      if (!chunkBitmap_) chunkBitmap_ = BitmapLoader(file_).Load(entries_[chunkRatio_]);
+      if (!chunkBitmap_) chunkBitmap_ = LoadChunkBitmap();
       return std::make_unique<BitmappedBlockReader>(
           file_, entry.GetFileOffset(), chunkBitmap_->GetSubBitmap(block * sectorsPerBlock_, sectorsPerBlock_));
     default:

@@ -8,6 +8,7 @@
 
 #include "vhd/bitmap.h"
 #include "vhdx/bat/bat_entry.h"
+#include "vhdx/blocks/bitmap_store.h"
 #include "vhdx/blocks/block_reader.h"
 #include "vhdx/file/file.h"
 #include "vhdx/blocks/read_target.h"
@@ -19,13 +20,16 @@ class ChunkReader {
   // `entries` are the chunk's ratio payload entries followed by its bitmap
   // entry, inside a loaded BatArea that outlives the reader, as does the
   // file.
+  // `cache`, when given, is the disk file's last used sector bitmap: taken
+  // when it is this chunk's, and made this chunk's when loaded.
   ChunkReader(const BatEntry* entries, std::uint32_t chunkRatio, File& file, bool isDifferencing,
-              std::uint32_t sectorsPerBlock)
+              std::uint32_t sectorsPerBlock, BitmapCache* cache = nullptr)
       : entries_(entries),
         chunkRatio_(chunkRatio),
         file_(file),
         isDifferencing_(isDifferencing),
-        sectorsPerBlock_(sectorsPerBlock) {}
+        sectorsPerBlock_(sectorsPerBlock),
+        cache_(cache) {}
   ChunkReader(const ChunkReader&) = delete;
   ChunkReader& operator=(const ChunkReader&) = delete;
 
@@ -39,6 +43,8 @@ class ChunkReader {
   std::unique_ptr<BlockReader> CreateBlockReader(std::uint64_t block, BatEntry entry);
 
  private:
+  std::shared_ptr<Vhd::Bitmap> LoadChunkBitmap();
+
   const BatEntry* entries_;
   std::uint32_t chunkRatio_;
   File& file_;
@@ -46,6 +52,7 @@ class ChunkReader {
   std::uint32_t sectorsPerBlock_;
   // Loaded on the first partial block, kept for the rest of the chunk.
   std::shared_ptr<Vhd::Bitmap> chunkBitmap_;
+  BitmapCache* cache_;
 };
 
 }  // namespace Vhdx

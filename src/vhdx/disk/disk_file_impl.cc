@@ -327,7 +327,7 @@ void DiskFileImpl::CheckBound(std::uint64_t sector) const {
 }
 
 void DiskFileImpl::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) {
-  BatDiskReader(assembly_->GetReadFile(), *bat_, geometry_, fileType_ == kDifferencingFile)
+  BatDiskReader(assembly_->GetReadFile(), *bat_, geometry_, fileType_ == kDifferencingFile, &bitmapCache_)
       .Read(sector, wanted, buffer);
 }
 
