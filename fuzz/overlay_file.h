@@ -60,7 +60,13 @@ class OverlayFile final : public rio_file {
     size_ = std::max(size_, offset + size);
     while (size) {
       const std::uint64_t n = std::min(size, kPage - offset % kPage);
-      std::memcpy(PageOf(offset / kPage).data() + offset % kPage, in, n);
+      const std::uint64_t page = offset / kPage;
+      // A whole page of zeros past the image reads as zeros without a page:
+      // a log may zero a gigabyte, which must not cost a gigabyte here.
+      if (n == kPage && page * kPage >= baseEnd_ && std::all_of(in, in + n, [](char c) { return c == 0; }))
+        pages_.erase(page);
+      else
+        std::memcpy(PageOf(page).data() + offset % kPage, in, n);
       in += n;
       offset += n;
       size -= n;
