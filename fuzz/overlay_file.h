@@ -63,7 +63,8 @@ class OverlayFile final : public rio_file {
       const std::uint64_t page = offset / kPage;
       // A whole page of zeros past the image reads as zeros without a page:
       // a log may zero a gigabyte, which must not cost a gigabyte here.
-      if (n == kPage && page * kPage >= baseEnd_ && std::all_of(in, in + n, [](char c) { return c == 0; }))
+      static constexpr char kZeroPage[kPage] = {};
+      if (n == kPage && page * kPage >= baseEnd_ && std::memcmp(in, kZeroPage, kPage) == 0)
         pages_.erase(page);
       else
         std::memcpy(PageOf(page).data() + offset % kPage, in, n);
