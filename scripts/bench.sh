@@ -5,12 +5,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ -n "${BUILD_DIR:-}" ]; then
-  cmake --build "$BUILD_DIR" --target vhdx_bench
+  cmake --build "$BUILD_DIR" --target vhdx_bench change_query_bench
 else
   BUILD_DIR=build/release
   scripts/build.sh release
 fi
-cmake --build "$BUILD_DIR" --target vhdx_bench change_query_bench
 if [ ! -x "$BUILD_DIR/bin/vhdx_bench" ]; then
   echo "no vhdx_bench in $BUILD_DIR: is libbenchmark-dev installed (scripts/install-deps.sh)?" >&2
   exit 1
