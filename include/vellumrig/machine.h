@@ -5,11 +5,10 @@
 
 #include <cstdint>
 
+#include "vellumrig/disk.h"
 #include "vellumrig/error.h"
 #include "vellumrig/ref.h"
 #include "vellumrig/string.h"
-
-class VirtualMachineDiskEx;
 
 namespace VirtualWareRaw {
 

@@ -9,4 +9,5 @@
 #include "vellumrig/server.h"
 #include "vellumrig/string.h"
 #include "vellumrig/tracker.h"
+#include "vellumrig/disk.h"
 

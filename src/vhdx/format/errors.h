@@ -93,5 +93,8 @@ inline constexpr ErrorMessage kCreateFailed{0x3C0005, Msg::EngineCreateFailed};
 inline constexpr ErrorMessage kDeleteFileFailed{0x3C002E, Msg::EngineDeleteFileFailed};
 inline constexpr ErrorMessage kDeleteFailed{0x3C0009, Msg::EngineDeleteFailed};
 inline constexpr ErrorMessage kNoTracker{0x3C003B, Msg::EngineNoTracker};
+inline constexpr ErrorMessage kSectorSizeNotSupported{0x3C003A, Msg::EngineSectorSizeNotSupported};
+inline constexpr ErrorMessage kSizeNotSupported{0x3C000B, Msg::EngineSizeNotSupported};
+inline constexpr ErrorMessage kInvalidAdapter{0x3C000A, Msg::EngineInvalidAdapter};
 
 }  // namespace Vhdx
