@@ -89,6 +89,7 @@ inline constexpr ErrorMessage kParentCycle{0x3C0030, Msg::EngineParentCycle};
 
 // Creating and deleting containers.
 inline constexpr ErrorMessage kCodeNotImplemented{0x100401, Msg::CodeNotImplemented};
+inline constexpr ErrorMessage kInvalidArguments{0x3C0001, Msg::InvalidArguments};
 inline constexpr ErrorMessage kCreateFailed{0x3C0005, Msg::EngineCreateFailed};
 inline constexpr ErrorMessage kDeleteFileFailed{0x3C002E, Msg::EngineDeleteFileFailed};
 inline constexpr ErrorMessage kDeleteFailed{0x3C0009, Msg::EngineDeleteFailed};
