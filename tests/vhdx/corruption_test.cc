@@ -32,11 +32,7 @@ constexpr std::uint64_t kBlockSectors = kBlock / kSector;
 constexpr std::uint64_t kBatOffset = 0x300000;
 constexpr std::uint64_t kBitmapEntry = 1024;
 
-std::string Pattern(std::uint64_t sectors, std::uint8_t seed) {
-  std::string data(sectors * kSector, '\0');
-  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(seed + i / kSector + i % 241);
-  return data;
-}
+using VhdxTest::Pattern;
 
 class CorruptionTest : public ::testing::Test {
  protected:

@@ -37,11 +37,7 @@ constexpr std::uint32_t kSector = 512;
 constexpr std::uint64_t kBlock = 0x400000;
 constexpr std::uint64_t kBlockSectors = kBlock / kSector;
 
-std::string Pattern(std::uint64_t sectors, std::uint8_t seed) {
-  std::string data(sectors * kSector, '\0');
-  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(seed + i / kSector + i % 241);
-  return data;
-}
+using VhdxTest::Pattern;
 
 class DiskTest : public ::testing::Test {
  protected:

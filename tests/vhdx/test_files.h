@@ -39,6 +39,13 @@ Common::Error Raised(Fn fn) {
 template <class Fn>
 std::uint32_t CodeOf(Fn fn) { return Raised(fn).Code(); }
 
+// Sectors of 512 bytes that differ from one another and from seed to seed.
+inline std::string Pattern(std::uint64_t sectors, std::uint8_t seed) {
+  std::string data(sectors * 512, '\0');
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(seed + i / 512 + i % 241);
+  return data;
+}
+
 // A rio_file in memory that moves at most `Step` bytes a call, takes no
 // byte at or beyond `WriteLimit` (a full medium: 0 bytes and no error), and
 // logs the size of every write.
