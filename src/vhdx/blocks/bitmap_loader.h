@@ -32,6 +32,9 @@ class BitmapLoader : public BitmapSource {
   // kUnknownBlockState (0x3C001A) for any other state but SB_BLOCK_PRESENT.
   // The 1 MiB goes straight into the bitmap's own buffer.
   std::shared_ptr<Vhd::DataOwningBitmap> Load(BatEntry entry) override;
+  // Bits [first, first + count) of the chunk's bitmap only, both multiples
+  // of 8: what one block's read needs, without the whole megabyte.
+  std::shared_ptr<Vhd::DataOwningBitmap> LoadPart(BatEntry entry, std::uint64_t first, std::uint64_t count);
 
  private:
   File& file_;

@@ -22,14 +22,13 @@ void ChunkReader::Read(std::uint64_t offsetInChunk, const ReadTarget& target) {
   }
 }
 
-// A megabyte a chunk: reading it again for every request into the chunk
-// costs more than the request itself.
-std::shared_ptr<Vhd::Bitmap> ChunkReader::LoadChunkBitmap() {
+// The chunk's bitmap is a megabyte: a read takes the block's few bytes of
+// it, unless the chunk's whole bitmap is at hand in the writes' cache.
+std::shared_ptr<Vhd::Bitmap> ChunkReader::BlockBits(std::uint64_t block) {
   const BatEntry entry = entries_[chunkRatio_];
-  if (cache_ && cache_->Bitmap && cache_->Entry == entry) return cache_->Bitmap;
-  std::shared_ptr<Vhd::DataOwningBitmap> bitmap = BitmapLoader(file_).Load(entry);
-  if (cache_) *cache_ = {entry, bitmap};
-  return bitmap;
+  if (cache_ && cache_->Bitmap && cache_->Entry == entry)
+    return cache_->Bitmap->GetSubBitmap(block * sectorsPerBlock_, sectorsPerBlock_);
+  return BitmapLoader(file_).LoadPart(entry, block * sectorsPerBlock_, sectorsPerBlock_);
 }
 
 std::unique_ptr<BlockReader> ChunkReader::CreateBlockReader(std::uint64_t block, BatEntry entry) {
@@ -46,9 +45,7 @@ std::unique_ptr<BlockReader> ChunkReader::CreateBlockReader(std::uint64_t block,
       return std::make_unique<WholeBlockReader>(file_, entry.GetFileOffset());
     case PAYLOAD_BLOCK_PARTIALLY_PRESENT:
       if (!isDifferencing_) throw Common::MessageError(VR_SITE, kPartialInFixed);
-      if (!chunkBitmap_) chunkBitmap_ = LoadChunkBitmap();
-      return std::make_unique<BitmappedBlockReader>(
-          file_, entry.GetFileOffset(), chunkBitmap_->GetSubBitmap(block * sectorsPerBlock_, sectorsPerBlock_));
+      return std::make_unique<BitmappedBlockReader>(file_, entry.GetFileOffset(), BlockBits(block));
     default:
       throw Common::MessageError(VR_SITE, kUnknownBlockState);
   }

@@ -20,8 +20,8 @@ class ChunkReader {
   // `entries` are the chunk's ratio payload entries followed by its bitmap
   // entry, inside a loaded BatArea that outlives the reader, as does the
   // file.
-  // `cache`, when given, is the disk file's last used sector bitmap: taken
-  // when it is this chunk's, and made this chunk's when loaded.
+  // `cache`, when given, is the disk file's last used sector bitmap, taken
+  // when it is this chunk's.
   ChunkReader(const BatEntry* entries, std::uint32_t chunkRatio, File& file, bool isDifferencing,
               std::uint32_t sectorsPerBlock, BitmapCache* cache = nullptr)
       : entries_(entries),
@@ -39,19 +39,18 @@ class ChunkReader {
 
   // Raises kPartialInFixed (0x3C0019) for a partially present block of a
   // file that has no parent, kUnknownBlockState (0x3C001A) for a state that
-  // is none; a block's sector bitmap is loaded only for a partial block.
+  // is none; a block's bits of the sector bitmap are loaded only for a
+  // partial block.
   std::unique_ptr<BlockReader> CreateBlockReader(std::uint64_t block, BatEntry entry);
 
  private:
-  std::shared_ptr<Vhd::Bitmap> LoadChunkBitmap();
+  std::shared_ptr<Vhd::Bitmap> BlockBits(std::uint64_t block);
 
   const BatEntry* entries_;
   std::uint32_t chunkRatio_;
   File& file_;
   bool isDifferencing_;
   std::uint32_t sectorsPerBlock_;
-  // Loaded on the first partial block, kept for the rest of the chunk.
-  std::shared_ptr<Vhd::Bitmap> chunkBitmap_;
   BitmapCache* cache_;
 };
 
