@@ -11,6 +11,7 @@
 #include "vellumrig/host.h"
 #include "vhdx/bat/bat_entry.h"
 #include "vhdx/differencing_child.h"
+#include "vhdx/disk_fixture.h"
 #include "vhdx/disk/create.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
@@ -34,31 +35,12 @@ constexpr std::uint64_t kBitmapEntry = 1024;
 
 using VhdxTest::Pattern;
 
-class CorruptionTest : public ::testing::Test {
+class CorruptionTest : public VhdxTest::DiskFixture {
  protected:
-  std::unique_ptr<rio_dir> Folder() { return Host::OpenFolder(dir.Wide()); }
-  std::unique_ptr<Vhdx::Disk> Open(const std::string& name, bool writable = false) {
-    return std::make_unique<Vhdx::DiskImpl>(*Folder(), Common::FromUtf8(name), consumer, writable);
-  }
   // A dynamic file written with `data` from sector 0.
   void CreateDisk(const std::string& name, std::uint64_t size, const std::string& data) {
     Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, kSector});
     Write(name, 0, data);
-  }
-  void Write(const std::string& name, std::uint64_t sector, const std::string& data) {
-    Open(name, true)->Write(sector, data.size() / kSector, data.data());
-  }
-  std::string Read(const std::string& name, std::uint64_t sector, std::uint64_t count) {
-    std::string data(count * kSector, '\x77');
-    Open(name)->Read(sector, count, data.data());
-    return data;
-  }
-  // `child` over `parent`, which must have been written to.
-  void CreateChild(const std::string& child, const std::string& parent, std::uint64_t size) {
-    const Common::Guid linkage = Open(parent)->GetTop().GetWriteGuids().DataWriteGuid;
-    VhdxTest::CreateDifferencingChild(*Folder(), Common::FromUtf8(child), size, kSector,
-                                      {{u"parent_linkage", VhdxTest::LinkageText(linkage)},
-                                       {u"relative_path", Common::FromUtf8(parent)}});
   }
   void Patch(const std::string& name, std::uint64_t offset, const std::string& bytes) {
     std::fstream file(dir.Join(name), std::ios::in | std::ios::out | std::ios::binary);
@@ -66,12 +48,9 @@ class CorruptionTest : public ::testing::Test {
     ASSERT_TRUE(file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
   }
   Vhdx::BatEntry Entry(const std::string& name, std::uint64_t index) {
-    const std::string bytes = HostTest::ReadBytes(dir.Join(name)).substr(kBatOffset + 8 * index, 8);
+    const std::string bytes = Bytes(name).substr(kBatOffset + 8 * index, 8);
     return Vhdx::BatEntry(Vhdx::LoadLe64(reinterpret_cast<const std::uint8_t*>(bytes.data())));
   }
-
-  HostTest::TempDir dir;
-  Vhdx::OnlyCheckingMetadataConsumer consumer;
 };
 
 // Cut off in the middle of block 1: the block written next must not land

@@ -16,6 +16,7 @@
 #include "vhdx/bat/bat_entry.h"
 #include "vhdx/disk/create.h"
 #include "vhdx/differencing_child.h"
+#include "vhdx/disk_fixture.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_deleter.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
@@ -39,36 +40,11 @@ constexpr std::uint64_t kBlockSectors = kBlock / kSector;
 
 using VhdxTest::Pattern;
 
-class DiskTest : public ::testing::Test {
+class DiskTest : public VhdxTest::DiskFixture {
  protected:
-  std::unique_ptr<rio_dir> Folder() { return Host::OpenFolder(dir.Wide()); }
   void CreateDisk(const std::string& name, std::uint64_t size, std::uint32_t sector = kSector) {
     Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, sector});
   }
-  std::unique_ptr<Vhdx::Disk> Open(const std::string& name, bool writable = false) {
-    return std::make_unique<Vhdx::DiskImpl>(*Folder(), Common::FromUtf8(name), consumer, writable);
-  }
-  void Write(const std::string& name, std::uint64_t sector, const std::string& data) {
-    Open(name, true)->Write(sector, data.size() / kSector, data.data());
-  }
-  std::string Read(const std::string& name, std::uint64_t sector, std::uint64_t count) {
-    std::string data(count * kSector, '\x77');
-    Open(name)->Read(sector, count, data.data());
-    return data;
-  }
-  Common::Guid DataWriteGuid(const std::string& name) { return Open(name)->GetTop().GetWriteGuids().DataWriteGuid; }
-  // A child of `parent` (already written to: a write renews the GUID that
-  // the linkage names) with the given path entries.
-  void CreateChild(const std::string& name, const std::string& parent, std::uint64_t size,
-                   Vhdx::ParentLocatorEntryList paths = {}) {
-    if (paths.empty()) paths = {{u"relative_path", Common::FromUtf8(parent)}};
-    paths.insert(paths.begin(), {u"parent_linkage", VhdxTest::LinkageText(DataWriteGuid(parent))});
-    VhdxTest::CreateDifferencingChild(*Folder(), Common::FromUtf8(name), size, kSector, paths);
-  }
-  std::string Bytes(const std::string& name) { return HostTest::ReadBytes(dir.Join(name)); }
-
-  HostTest::TempDir dir;
-  Vhdx::OnlyCheckingMetadataConsumer consumer;
 };
 
 // The recipe's layout, read back by the engine's own readers.
