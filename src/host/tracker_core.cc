@@ -2,6 +2,7 @@
 
 #include <ftw.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,14 +39,30 @@ struct Identity {
   bool operator==(const Identity&) const = default;
 };
 
+std::int64_t Nanoseconds(const struct timespec& t) {
+  return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+// The file as it is now. File times advance in clock ticks, so a write
+// later in the tick of the last one would leave the time as it is and go
+// unnoticed; the identity is therefore taken only once the tick of the
+// file's time has passed (a file time in the future is waited for briefly,
+// then taken as it is).
 Identity StatIdentity(const std::string& path) {
   Identity id;
   struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return id;
+  for (int tries = 0;; ++tries) {
+    if (::stat(path.c_str(), &st) != 0) return id;
+    struct timespec now;
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    if (Nanoseconds(now) > Nanoseconds(st.st_mtim) || tries >= 50) break;
+    const struct timespec pause = {0, 1000000};
+    ::nanosleep(&pause, nullptr);
+  }
   id.Device = static_cast<std::int64_t>(st.st_dev);
   id.Inode = static_cast<std::int64_t>(st.st_ino);
   id.Size = static_cast<std::int64_t>(st.st_size);
-  id.MtimeNs = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+  id.MtimeNs = Nanoseconds(st.st_mtim);
   return id;
 }
 
