@@ -108,8 +108,26 @@ struct TrackerCore::FileRow {
 
 TrackerCore::TrackerCore(const std::string& path) : db_(path) {
   if (!ProcessStartTime(::getpid(), startTime_)) startTime_ = 0;
-  // Another program's database answers the first statement with "file is
-  // not a database" or lacks our tables' shape; both end here.
+  // Another program's database is refused before anything is written to
+  // it: switching the journal or adding tables would change the user's file.
+  // A file that is no database at all fails on this first read.
+  {
+    Statement tables(db_,
+                     "SELECT (SELECT count(*) FROM sqlite_master),"
+                     " (SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'meta')");
+    tables.Step();
+    if (tables.Int(0) != 0) {
+      bool ours = false;
+      if (tables.Int(1) != 0) {
+        Statement id(db_, "SELECT count(*) FROM meta WHERE key = 'id'");
+        ours = id.Step() && id.Int(0) == 1;
+      }
+      if (!ours)
+        throw Common::MessageError(VR_SITE,
+                                   {TrackerError::NotATracker, Common::Msg::TrackerNotATracker},
+                                   {Common::FromUtf8(path)});
+    }
+  }
   db_.Execute("PRAGMA journal_mode=WAL");
   // Marks must be on disk before the bytes they announce.
   db_.Execute("PRAGMA synchronous=FULL");
@@ -119,12 +137,6 @@ TrackerCore::TrackerCore(const std::string& path) : db_(path) {
   if (get.Step()) {
     id_ = get.Text(0);
   } else {
-    Statement files(db_, "SELECT count(*) FROM files");
-    files.Step();
-    if (files.Int(0) != 0)
-      throw Common::MessageError(VR_SITE,
-                                 {TrackerError::NotATracker, Common::Msg::TrackerNotATracker},
-                                 {Common::FromUtf8(path)});
     id_ = RandomHex(16);
     Statement put(db_, "INSERT INTO meta(key, value) VALUES('id', ?1), ('generation', 1)");
     put.Bind(1, id_).Run();
