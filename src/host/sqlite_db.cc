@@ -56,6 +56,12 @@ Statement& Statement::Bind(int index, std::string_view text) {
   return *this;
 }
 
+Statement& Statement::BindBlob(int index, const void* data, std::size_t size) {
+  if (sqlite3_bind_blob64(stmt_, index, data, size, SQLITE_TRANSIENT) != SQLITE_OK)
+    throw db_.Failure(VR_SITE);
+  return *this;
+}
+
 Statement& Statement::BindNull(int index) {
   if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) throw db_.Failure(VR_SITE);
   return *this;
@@ -93,7 +99,11 @@ std::string Statement::Text(int column) const {
               : std::string();
 }
 
-Transaction::Transaction(Database& db) : db_(db) { db_.Execute("BEGIN IMMEDIATE"); }
+Transaction::Transaction(Database& db, bool durable) : db_(db) {
+  // In WAL mode a FULL commit syncs the log, and with it every commit before.
+  db_.Execute(durable ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+  db_.Execute("BEGIN IMMEDIATE");
+}
 
 Transaction::~Transaction() {
   if (open_) sqlite3_exec(db_.Handle(), "ROLLBACK", nullptr, nullptr, nullptr);
@@ -102,6 +112,17 @@ Transaction::~Transaction() {
 void Transaction::Commit() {
   db_.Execute("COMMIT");
   open_ = false;
+}
+
+}  // namespace Host::detail
+
+namespace Host::detail {
+
+std::string_view Statement::Blob(int column) const {
+  const void* data = sqlite3_column_blob(stmt_, column);
+  const int size = sqlite3_column_bytes(stmt_, column);
+  return data ? std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size))
+              : std::string_view();
 }
 
 }  // namespace Host::detail

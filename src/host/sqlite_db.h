@@ -26,6 +26,7 @@ class Statement {
 
   Statement& Bind(int index, std::int64_t value);
   Statement& Bind(int index, std::string_view text);
+  Statement& BindBlob(int index, const void* data, std::size_t size);
   Statement& BindNull(int index);
   // Steps once: true with a row to read, false when done. A failure throws
   // Common::Error.
@@ -37,6 +38,8 @@ class Statement {
   bool IsNull(int column) const;
   std::int64_t Int(int column) const;
   std::string Text(int column) const;
+  // The bytes of a blob column, valid until the next Step or Reset.
+  std::string_view Blob(int column) const;
 
  private:
   Database& db_;
@@ -64,10 +67,11 @@ class Database {
 
 // A write transaction, taken at once (BEGIN IMMEDIATE) so that two writers
 // wait for each other instead of failing half way; rolled back unless
-// committed.
+// committed. A durable one is on disk when Commit returns; another may be
+// lost with the machine's power, though never with a crash of the process.
 class Transaction {
  public:
-  explicit Transaction(Database& db);
+  explicit Transaction(Database& db, bool durable = false);
   ~Transaction();
   void Commit();
 

@@ -28,8 +28,10 @@ constexpr char kSchema[] =
     " device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL,"
     " mtime_ns INTEGER NOT NULL, full_since INTEGER NOT NULL,"
     " writer_pid INTEGER, writer_start INTEGER, writer_token INTEGER);"
+    // One row a commit: its ranges packed as little-endian start, end pairs,
+    // so that a flush after thousands of scattered writes costs one insert.
     "CREATE TABLE IF NOT EXISTS changes(file INTEGER NOT NULL, generation INTEGER NOT NULL,"
-    " start INTEGER NOT NULL, end INTEGER NOT NULL);"
+    " ranges BLOB NOT NULL);"
     "CREATE INDEX IF NOT EXISTS changes_of_file ON changes(file, generation);";
 
 // What the tracker compares to notice a write behind its back. A missing
@@ -95,6 +97,42 @@ std::uint64_t RandomToken() {
   return token & 0x7FFFFFFFFFFFFFFF;  // SQLite keeps signed integers
 }
 
+void PutLittleEndian(std::uint64_t value, std::string& out) {
+  for (int i = 0; i < 8; ++i) out.push_back(static_cast<char>(value >> (8 * i)));
+}
+
+std::uint64_t GetLittleEndian(const char* in) {
+  std::uint64_t value = 0;
+  for (int i = 7; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(in[i]);
+  return value;
+}
+
+std::string Pack(const std::vector<WrittenRanges::Range>& ranges) {
+  std::string out;
+  out.reserve(ranges.size() * 16);
+  for (const auto& [start, end] : ranges) {
+    PutLittleEndian(start, out);
+    PutLittleEndian(end, out);
+  }
+  return out;
+}
+
+// A damaged blob must not shrink the answer: its ragged tail, or a range
+// that makes no sense, stands for the whole file from its start.
+void Unpack(std::string_view packed, std::vector<WrittenRanges::Range>& out) {
+  std::size_t at = 0;
+  for (; at + 16 <= packed.size(); at += 16) {
+    const std::uint64_t start = GetLittleEndian(packed.data() + at);
+    const std::uint64_t end = GetLittleEndian(packed.data() + at + 8);
+    if (end < start) {
+      out.emplace_back(0, UINT64_MAX);
+      return;
+    }
+    out.emplace_back(start, end);
+  }
+  if (at != packed.size()) out.emplace_back(0, UINT64_MAX);
+}
+
 }  // namespace
 
 struct TrackerCore::FileRow {
@@ -129,8 +167,6 @@ TrackerCore::TrackerCore(const std::string& path) : db_(path) {
     }
   }
   db_.Execute("PRAGMA journal_mode=WAL");
-  // Marks must be on disk before the bytes they announce.
-  db_.Execute("PRAGMA synchronous=FULL");
   Transaction t(db_);
   db_.Execute(kSchema);
   Statement get(db_, "SELECT value FROM meta WHERE key = 'id'");
@@ -262,7 +298,9 @@ void TrackerCore::Track(const std::string& path) {
 
 std::string TrackerCore::CurrentChangeId() {
   std::lock_guard lock(mutex_);
-  Transaction t(db_);
+  // Durable: a generation that came back after a power loss would file
+  // later changes under an ID already given out.
+  Transaction t(db_, true);
   const std::int64_t generation = Generation();
   // A write behind the tracker's back noticed now is older than this ID,
   // so the ID can be answered exactly; noticed later, it would read as
@@ -312,12 +350,9 @@ TrackerCore::Answer TrackerCore::Changes(const std::string& id, const std::strin
       // Another live process holds writes the tracker cannot see yet.
       answer.Full = true;
     } else {
-      Statement changes(db_,
-                        "SELECT start, end FROM changes WHERE file = ?1 AND generation > ?2");
+      Statement changes(db_, "SELECT ranges FROM changes WHERE file = ?1 AND generation > ?2");
       changes.Bind(1, row.Id).Bind(2, since);
-      while (changes.Step())
-        answer.Regions.emplace_back(static_cast<std::uint64_t>(changes.Int(0)),
-                                    static_cast<std::uint64_t>(changes.Int(1)));
+      while (changes.Step()) Unpack(changes.Blob(0), answer.Regions);
       answer.Regions = MergeRanges(std::move(answer.Regions));
     }
   }
@@ -333,7 +368,10 @@ bool TrackerCore::IsTracked(const std::string& path) {
 
 bool TrackerCore::BeginWriting(Writer& writer, bool emptied) {
   std::lock_guard lock(mutex_);
-  Transaction t(db_);
+  // Durable: the mark must be on disk before the bytes it announces. What
+  // follows while it stands (ranges, the close) may be lost with the power,
+  // which leaves the mark and so a full answer, never too little.
+  Transaction t(db_, true);
   const std::int64_t generation = Generation();
   FileRow row;
   if (!FindFile(writer.Path, row)) {
@@ -384,11 +422,11 @@ void TrackerCore::CommitLocked(Writer& writer, bool closing) {
   try {
     Transaction t(db_);
     const std::int64_t generation = Generation();
-    Statement insert(db_, "INSERT INTO changes(file, generation, start, end) VALUES(?1, ?2, ?3, ?4)");
-    for (const auto& [start, end] : ranges) {
+    if (!ranges.empty()) {
+      const std::string packed = Pack(ranges);
+      Statement insert(db_, "INSERT INTO changes(file, generation, ranges) VALUES(?1, ?2, ?3)");
       insert.Bind(1, writer.FileId).Bind(2, generation);
-      insert.Bind(3, static_cast<std::int64_t>(start)).Bind(4, static_cast<std::int64_t>(end));
-      insert.Run();
+      insert.BindBlob(3, packed.data(), packed.size()).Run();
     }
     if (closing) {
       const Identity now = StatIdentity(writer.Path);
