@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::uint64_t kFileSize = 1ull << 30;
 constexpr std::size_t kWriteSize = 4096;
-constexpr int kWritesPerRound = 20000;
+constexpr int kWritesPerRound = 50000;
 constexpr int kWritesPerFlush = 1000;
 
 bool MakeFile(const std::string& path) {
