@@ -11,8 +11,8 @@
 // as wholly changed for every ID given out before the tracker noticed, and
 // a file it never saw is not tracked.
 //
-// The tracker must outlive nothing: folders and files it gave out keep what
-// they need. One object may be used from several threads.
+// Folders and files it gave out keep what they need, so the tracker object
+// may go before them. One object may be used from several threads.
 #pragma once
 
 #include <cstdint>
