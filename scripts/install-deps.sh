@@ -10,6 +10,7 @@ packages=(
   libicu-dev     # Processor::String and text handling
   libgtest-dev   # tests
   libbenchmark-dev  # bench/: the engine benchmark (scripts/bench.sh)
+  libsqlite3-dev # the host library's file tracker keeps its records in SQLite
   libzip-dev     # reading the resource archive (loaded at run time; headers at build)
   clang          # fuzz harnesses
   libclang-rt-14-dev  # libFuzzer and the sanitizer runtimes for clang

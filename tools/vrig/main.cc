@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "track_commands.h"
 #include "vhdx_commands.h"
 
 namespace {
@@ -49,6 +50,11 @@ constexpr char kUsage[] =
     "  vhdx rm <file> [--chain] [--force]\n"
     "                                    delete a container; --chain also its parents,\n"
     "                                    --force one that does not open\n"
+    "  track start <db> <folder|file>    track what is there, kept in the database <db>\n"
+    "  track id <db>                     prints the current change ID and closes its generation\n"
+    "  track write <db> <file> <offset>  standard input into the file, through the tracker\n"
+    "  track changes <db> <file> <id>    changed byte regions since <id>, \"start end\" a\n"
+    "                                    line, or \"full\"\n"
     "  help                              this text\n"
     "\n"
     "Relative paths are taken from the current folder. import and export show a\n"
@@ -77,6 +83,7 @@ int main(int argc, char** argv) {
       return vrig::Vm(module, args);
     }
     if (command == "vhdx") return vrig::VhdxCommand(args);
+    if (command == "track") return vrig::TrackCommand(args);
     throw vrig::UsageError{"unknown command: " + command};
   } catch (const vrig::UsageError& usage) {
     std::fprintf(stderr, "vrig: %s\n\n%s", usage.Text.c_str(), kUsage);
