@@ -111,4 +111,8 @@ Common::Error VhdxDiskImpl::GetChangedSectors(const std::string& id, const Fdisk
   });
 }
 
+Common::Error VhdxDiskImpl::Run(const std::function<void(Vhdx::Disk&)>& fn) {
+  return Guarded(lastError_, disk_, fn);
+}
+
 }  // namespace VirtualDisks

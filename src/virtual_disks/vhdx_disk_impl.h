@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -59,6 +60,9 @@ class VhdxDiskImpl : public VirtualDiskImpl {
   std::string GetCurrentChangeID();
   Common::Error GetChangedSectors(const std::string& id, const Fdisk::Interval& area,
                                   std::vector<Fdisk::Interval>& changed);
+  // `fn` on the open disk, its raised error returned; the kept open
+  // failure instead when there is no disk.
+  Common::Error Run(const std::function<void(Vhdx::Disk&)>& fn);
 
  private:
   std::uint64_t SectorCount();

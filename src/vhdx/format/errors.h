@@ -36,6 +36,8 @@ inline constexpr ErrorMessage kMetadataUnsupported{0x3C0028, Msg::EngineMetadata
 inline constexpr ErrorMessage kMetadataLength{0x3C0016, Msg::EngineMetadataLength};
 inline constexpr ErrorMessage kMetadataMultiple{0x3C0026, Msg::EngineMetadataMultiple};
 inline constexpr ErrorMessage kMetadataNotAllowed{0x3C0037, Msg::EngineMetadataNotAllowed};
+inline constexpr ErrorMessage kInvalidMetadataKey{0x3C0038, Msg::EngineInvalidMetadataKey};
+inline constexpr ErrorMessage kMetadataNotFound{0x3C0039, Msg::EngineMetadataNotFound};
 inline constexpr ErrorMessage kLocatorType{0x3C0013, Msg::EngineLocatorType};
 inline constexpr ErrorMessage kLocatorBounds{0x3C0014, Msg::EngineLocatorBounds};
 inline constexpr ErrorMessage kNoFreeSpace{0x3C0031, Msg::EngineNoFreeSpace};
