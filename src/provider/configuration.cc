@@ -242,13 +242,13 @@ std::unique_ptr<ConfigurationParser> MakeConfigurationParser(i_file* source) {
   return std::make_unique<ConfigurationParserImpl>(source);
 }
 
-void SetStringValue(ConfigurationParser* parser, const std::string& path, const std::u16string& value) {
+void SetStringValue(Configuration* parser, const std::string& path, const std::u16string& value) {
   if (!VR_ASSERT(parser)) return;
   parser->SetAttribute(path, "type", u"string");
   parser->SetValue(path, value);
 }
 
-void SetIntegerValue(ConfigurationParser* parser, const std::string& path, std::uint32_t value) {
+void SetIntegerValue(Configuration* parser, const std::string& path, std::uint32_t value) {
   if (!VR_ASSERT(parser)) return;
   parser->SetAttribute(path, "type", u"integer");
   parser->SetValue(path, Common::FromUtf8(std::to_string(value)));

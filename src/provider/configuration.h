@@ -65,7 +65,7 @@ std::unique_ptr<ConfigurationParser> MakeConfigurationParser(i_file* source);
 
 // Set the attribute type ("string" or "integer") first, so that a new tag
 // carries it before its text.
-void SetStringValue(ConfigurationParser* parser, const std::string& path, const std::u16string& value);
-void SetIntegerValue(ConfigurationParser* parser, const std::string& path, std::uint32_t value);
+void SetStringValue(Configuration* parser, const std::string& path, const std::u16string& value);
+void SetIntegerValue(Configuration* parser, const std::string& path, std::uint32_t value);
 
 }  // namespace VirtualWareRaw

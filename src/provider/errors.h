@@ -39,6 +39,17 @@ inline constexpr ErrorMessage kInvalidVMName{0x5301DF, Msg::InvalidVMName};
 inline constexpr ErrorMessage kFolderNamedOtherwise{0x5301E4, Msg::FolderNamedOtherwise};
 inline constexpr ErrorMessage kNotAMachineFile{0x53000C, Msg::NotAMachineFile};
 inline constexpr ErrorMessage kDeviceInterfaceNotSupported{0x530053, Msg::DeviceInterfaceNotSupported};
+inline constexpr ErrorMessage kHardDiskFileExists{0x530054, Msg::HardDiskFileExists};
+inline constexpr ErrorMessage kHardDiskFileMissing{0x530055, Msg::HardDiskFileMissing};
+inline constexpr ErrorMessage kHardDiskNotFound{0x530055, Msg::HardDiskNotFound};
+inline constexpr ErrorMessage kBusDeviceInUse{0x53003A, Msg::BusDeviceInUse};
+inline constexpr ErrorMessage kAddHddFailed{0x53001B, Msg::AddHddFailed};
+inline constexpr ErrorMessage kNoDiskAtLocation{0x53004A, Msg::NoDiskAtLocation};
+inline constexpr ErrorMessage kRemoveDiskFileFailed{0x53004A, Msg::RemoveDiskFileFailed};
+inline constexpr ErrorMessage kInvalidConfigFormat{0x53003F, Msg::InvalidConfigFormat};
+inline constexpr ErrorMessage kHardDiskAccessFailed{0x530017, Msg::HardDiskAccessFailed};
+inline constexpr ErrorMessage kOpenVirtualDiskFileFailed{0x53005E, Msg::OpenVirtualDiskFileFailed};
+inline constexpr ErrorMessage kInvalidSectorSize{0x530108, Msg::InvalidSectorSize};
 
 // "Property '{0}' is not supported." for `name`.
 inline Common::Error PropertyNotSupported(const Common::ErrorSite& site, std::u16string_view name) {

@@ -1,5 +1,6 @@
 #include "provider/machine.h"
 
+#include <algorithm>
 #include <string>
 
 #include <unicode/uchar.h>
@@ -9,11 +10,14 @@
 #include "common/resources/resource_module.h"
 #include "common/site.h"
 #include "common/trace.h"
+#include "provider/disk_traits.h"
 #include "provider/enumerations.h"
 #include "provider/errors.h"
 #include "provider/file_utilities.h"
 #include "provider/from_string.h"
+#include "provider/hard_disk.h"
 #include "vellumrig/error_text.h"
+#include "virtual_disks/virtual_machine_disk.h"
 
 namespace VirtualWareRaw {
 namespace {
@@ -22,6 +26,25 @@ constexpr char kRootTag[] = "preferences";
 constexpr char kFirmwarePath[] = "preferences.hardware.firmware.value";
 constexpr char kMemoryPath[] = "preferences.hardware.memory.ram_size";
 constexpr char16_t kConfigExtension[] = u".vmc";
+
+// The buses GetHardDisks looks at; a disk added beyond them stays in the
+// file but is not listed.
+struct BusLimits {
+  std::uint32_t Buses;
+  std::uint32_t Locations;
+};
+
+bool IsBusTypeSupported(std::uint32_t busType) { return busType == BusIDE || busType == BusSCSI; }
+
+BusLimits LimitsOf(std::uint32_t busType) { return busType == BusIDE ? BusLimits{2, 2} : BusLimits{4, 15}; }
+
+std::string ControllerPath(std::uint32_t busType) {
+  VR_ASSERT(IsBusTypeSupported(busType));
+  return busType == BusIDE ? "preferences.hardware.pci_bus.ide_adapter.ide_controller"
+                           : "preferences.hardware.pci_bus.scsi_adapter.scsi_controller";
+}
+
+std::u16string Decimal(std::uint32_t value) { return Common::FromUtf8(std::to_string(value)); }
 
 constexpr const char16_t* kPropertyNames[] = {u"ID",  u"Name",    u"FileName",   u"Memory",
                                               u"CPUs", u"GuestOS", u"PowerState", u"FirmwareType"};
@@ -196,8 +219,19 @@ void MSVirtualPCVM::RemoveHardDisks() {
   // that removing a machine never deletes a file that is none.
   if (!LoadConfig().OpenChild(kRootTag, "", u"", false))
     throw Common::MessageError(VR_SITE, kNotAMachineFile, {Path()});
-  // Hard disks are not reached yet: the files of disks a configuration
-  // names stay where they are, which loses nothing.
+  Processor::AutoRef<SafeHardDiskCollection> disks;
+  if (Common::Error error = GetHardDisks(disks)) throw error;
+  std::uint32_t count = 0;
+  disks->GetCount(count);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    Processor::AutoRef<SafeHardDisk> disk;
+    std::uint32_t busType = 0, bus = 0, location = 0;
+    disks->GetItem(i, disk);
+    disk->GetBusType(busType);
+    disk->GetBusId(bus);
+    disk->GetLocation(location);
+    if (Common::Error error = RemoveHardDisk(busType, bus, location, true)) throw error;
+  }
 }
 
 std::uint32_t MSVirtualPCVM::GetFirmwareType() {
@@ -219,29 +253,158 @@ std::u16string MSVirtualPCVM::GetMemorySize() {
   return value;
 }
 
-Common::Error MSVirtualPCVM::AddHardDisk(const Processor::String&, std::uint32_t, std::uint32_t,
-                                         std::uint32_t, std::uint64_t, std::uint32_t,
-                                         Processor::AutoRef<SafeHardDisk>&) {
+Common::Error MSVirtualPCVM::AddHardDisk(const Processor::String& file, std::uint32_t busType,
+                                         std::uint32_t bus, std::uint32_t location, std::uint64_t size,
+                                         std::uint32_t sectorSize, Processor::AutoRef<SafeHardDisk>& disk) {
+  if (!IsBusTypeSupported(busType)) return Common::MessageError(VR_SITE, kDeviceInterfaceNotSupported);
+  const std::u16string given = file.ToU16();
+  const std::u16string name = AddSuffix(given, u".vhdx");
+  VR_ASSERT(dir_ && configFile_.c_str());
+  bool created = false;
+  try {
+    if (FileExists(*dir_, name)) return Common::MessageError(VR_SITE, kHardDiskFileExists, {given});
+    Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::VirtualDiskAdded, {name, configFile_});
+    if (!IsSlotFree(busType, bus, location)) return Common::MessageError(VR_SITE, kBusDeviceInUse);
+    // The rules follow the name as given: "data.vhd" is checked as the
+    // older format and still made as a VHDX container.
+    const std::uint64_t sectors = CreateDiskTraits(given, busType)->GetSizeInSectors(size, sectorSize);
+    created = true;
+    if (Common::Error error = VirtualDisks::CreateVhdxDisk(*dir_, name, sectors, sectorSize, 3, 0)) throw error;
+    if (Common::Error error = AddExistingHardDisk(Processor::String(name), busType, bus, location, 0, disk))
+      throw error;
+  } catch (const Common::Error& e) {
+    if (!created) return e;
+    VirtualDisks::DeleteVhdxDisk(*dir_, name);
+    dir_->TakeError();
+    Common::Error error = Wrap(VR_SITE, kAddHddFailed, {given, configFile_}, e);
+    Common::TraceErrorValue(4, error);
+    return error;
+  }
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::AddExistingHardDisk(const Processor::String& file, std::uint32_t busType,
+                                                 std::uint32_t bus, std::uint32_t location, std::uint64_t,
+                                                 Processor::AutoRef<SafeHardDisk>& disk) {
+  if (!IsBusTypeSupported(busType)) return Common::MessageError(VR_SITE, kDeviceInterfaceNotSupported);
+  const std::u16string path = file.ToU16();
+  VR_ASSERT(dir_ && configFile_.c_str());
+  try {
+    if (!FileExists(*dir_, path)) return Common::MessageError(VR_SITE, kHardDiskFileMissing, {path});
+    if (!IsSlotFree(busType, bus, location)) return Common::MessageError(VR_SITE, kBusDeviceInUse);
+    const char16_t* last = path.c_str();
+    std::unique_ptr<rio_dir> folder = dir_->OpenParentFolder(last);
+    dir_->TakeError();
+    if (!folder) {
+      return Common::MessageError(VR_SITE, kHardDiskNotFound,
+                                  {path, Common::FromUtf8(std::to_string(bus)),
+                                   Common::FromUtf8(std::to_string(location))});
+    }
+    const std::u16string name(last);
+    std::unique_ptr<Configuration> controller =
+        LoadConfig().OpenChild(ControllerPath(busType), "id", Decimal(bus), true);
+    std::unique_ptr<Configuration> slot = controller->OpenChild("location", "id", Decimal(location), true);
+    SetStringValue(slot.get(), "pathname.absolute", folder->FullPath() + name);
+    SetStringValue(slot.get(), "pathname.relative", name);
+    dirty_ = true;
+    // The disk handed back is the file the host named. A file of the same
+    // name beside the configuration would be another disk, and writes meant
+    // for the named one must not land in it.
+    disk = CreateMSVirtualPCHDD(folder.get(), name, busType, bus, location);
+    FlushConfig();
+  } catch (const Common::Error& e) {
+    return e;
+  }
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::RemoveHardDisk(std::uint32_t busType, std::uint32_t bus, std::uint32_t location,
+                                            bool deleteFile) {
+  if (!IsBusTypeSupported(busType)) return Common::MessageError(VR_SITE, kDeviceInterfaceNotSupported);
+  try {
+    const auto noDisk = [&] {
+      return Common::MessageError(VR_SITE, kNoDiskAtLocation,
+                                  {Common::FromUtf8(std::to_string(bus)), Common::FromUtf8(std::to_string(location))});
+    };
+    std::unique_ptr<Configuration> controller =
+        LoadConfig().OpenChild(ControllerPath(busType), "id", Decimal(bus), false);
+    if (!controller) throw noDisk();
+    std::unique_ptr<Configuration> slot = controller->OpenChild("location", "id", Decimal(location), false);
+    if (!slot) throw noDisk();
+    std::u16string path = RelativeDiskPath(*slot);
+    if (path.empty() && (!slot->GetValue("pathname.absolute", path) || path.empty())) throw noDisk();
+    Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::RemovingHardDisk, {path, configFile_});
+    slot->Remove();
+    if (!controller->OpenChild("location", "", u"", false)) controller->Remove();
+    dirty_ = true;
+    if (deleteFile) {
+      dir_->DeleteFile(path);
+      if (Common::Error error = dir_->TakeError())
+        throw Wrap(VR_SITE, kRemoveDiskFileFailed, {path}, error);
+    }
+    FlushConfig();
+  } catch (const Common::Error& e) {
+    Common::TraceErrorValue(4, e);
+    return e;
+  }
+  return Common::NoError;
+}
+
+Common::Error MSVirtualPCVM::ResizeHardDisk(std::uint32_t, std::uint32_t, std::uint32_t, std::uint64_t) {
   return Common::MessageError(VR_SITE, kNotImplemented);
 }
 
-Common::Error MSVirtualPCVM::AddExistingHardDisk(const Processor::String&, std::uint32_t,
-                                                 std::uint32_t, std::uint32_t, std::uint64_t,
-                                                 Processor::AutoRef<SafeHardDisk>&) {
-  return Common::MessageError(VR_SITE, kNotImplemented);
+Common::Error MSVirtualPCVM::GetHardDisks(Processor::AutoRef<SafeHardDiskCollection>& disks) {
+  auto found = Processor::MakeRef<HardDiskCollection, HardDiskCollection>(kVMIndexInvalid);
+  try {
+    for (std::uint32_t busType : {BusIDE, BusSCSI}) {
+      const BusLimits limits = LimitsOf(busType);
+      for (std::uint32_t bus = 0; bus < limits.Buses; ++bus)
+        for (std::uint32_t location = 0; location < limits.Locations; ++location)
+          found->Add(OpenHardDisk(busType, bus, location));
+    }
+  } catch (const Common::Error& e) {
+    return e;
+  }
+  disks = found;
+  return Common::NoError;
 }
 
-Common::Error MSVirtualPCVM::RemoveHardDisk(std::uint32_t, std::uint32_t, std::uint32_t, bool) {
-  return Common::MessageError(VR_SITE, kNotImplemented);
+Processor::AutoRef<SafeHardDisk> MSVirtualPCVM::OpenHardDisk(std::uint32_t busType, std::uint32_t bus,
+                                                             std::uint32_t location) {
+  std::unique_ptr<Configuration> controller =
+      LoadConfig().OpenChild(ControllerPath(busType), "id", Decimal(bus), false);
+  if (!controller) return {};
+  std::unique_ptr<Configuration> slot = controller->OpenChild("location", "id", Decimal(location), false);
+  if (!slot) return {};
+  const std::u16string relative = RelativeDiskPath(*slot);
+  if (!relative.empty()) return CreateMSVirtualPCHDD(dir_.get(), relative, busType, bus, location);
+  std::u16string absolute;
+  if (!slot->GetValue("pathname.absolute", absolute)) throw Common::MessageError(VR_SITE, kInvalidConfigFormat);
+  const char16_t* last = absolute.c_str();
+  std::unique_ptr<rio_dir> folder = dir_->OpenParentFolder(last);
+  if (!folder) throw Wrap(VR_SITE, kHardDiskAccessFailed, {absolute}, dir_->TakeError());
+  return CreateMSVirtualPCHDD(folder.get(), last, busType, bus, location);
 }
 
-Common::Error MSVirtualPCVM::ResizeHardDisk(std::uint32_t, std::uint32_t, std::uint32_t,
-                                            std::uint64_t) {
-  return Common::MessageError(VR_SITE, kNotImplemented);
+std::u16string MSVirtualPCVM::RelativeDiskPath(Configuration& slot) {
+  std::u16string path;
+  if (!slot.GetValue("pathname.relative", path) || path.empty()) return {};
+  if (path.size() > 2 && path[0] == u'.' && dir_->IsSeparator(path[1])) path.erase(0, 2);
+  // Only a name that stays in the machine's folder counts: a relative value
+  // that climbs out ("../x") or is a whole path would reach a file that is
+  // not the machine's, and deleting the disk would delete it.
+  if (path.empty() || path == u".." || std::any_of(path.begin(), path.end(), [&](char16_t c) {
+        return dir_->IsSeparator(c);
+      }))
+    return {};
+  return FileExists(*dir_, path) ? path : std::u16string();
 }
 
-Common::Error MSVirtualPCVM::GetHardDisks(Processor::AutoRef<SafeHardDiskCollection>&) {
-  return Common::MessageError(VR_SITE, kNotImplemented);
+bool MSVirtualPCVM::IsSlotFree(std::uint32_t busType, std::uint32_t bus, std::uint32_t location) {
+  std::unique_ptr<Configuration> controller =
+      LoadConfig().OpenChild(ControllerPath(busType), "id", Decimal(bus), false);
+  return !controller || !controller->OpenChild("location", "id", Decimal(location), false);
 }
 
 Common::Error MSVirtualPCVM::GetProperty(const wstring& name, std::vector<wstring>&) {

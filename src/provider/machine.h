@@ -73,12 +73,18 @@ class MSVirtualPCVM final : public SafeVM, public PropertySet, public SafeVMAcce
   std::u16string Path();
 
   // The first step of removing the machine: its hard disks go, with their
-  // files. Throws, having deleted nothing, when the configuration does not
-  // parse or is no machine's: the disks are unknown then, and the file may
-  // not be a machine at all.
+  // files, in the order GetHardDisks lists them. Throws, having deleted
+  // nothing, when the configuration does not parse or is no machine's: the
+  // disks are unknown then, and the file may not be a machine at all.
   void RemoveHardDisks();
 
  private:
+  bool IsSlotFree(std::uint32_t busType, std::uint32_t bus, std::uint32_t location);
+  // The disk in a slot; null when the slot is empty.
+  Processor::AutoRef<SafeHardDisk> OpenHardDisk(std::uint32_t busType, std::uint32_t bus, std::uint32_t location);
+  // The slot's relative name, "./" taken off, when that file is beside the
+  // configuration; else empty.
+  std::u16string RelativeDiskPath(Configuration& slot);
   ConfigurationParser& LoadConfig();
   void FlushConfig();
   std::uint32_t GetFirmwareType();

@@ -31,4 +31,9 @@ Fdisk::Geometry ComputeGeometry(std::uint32_t diskType, std::uint64_t sectors) {
   return {};
 }
 
+std::uint64_t RoundDownToGeometry(std::uint32_t diskType, std::uint64_t sectors) {
+  const Fdisk::Geometry g = ComputeGeometry(diskType, sectors);
+  return std::uint64_t{g.Cylinders} * (g.MaxHead + 1u) * g.SectorsPerTrack;
+}
+
 }  // namespace VirtualDisks

@@ -91,9 +91,11 @@ Common::Error MSVhdxVirtualMachineDiskEx::SetMetadata(const MetadataKey& key, co
 }
 
 std::unique_ptr<VirtualMachineDiskEx> OpenVhdxDisk(rio_dir& dir, const std::u16string& name,
-                                                   std::uint32_t diskType, FileTracker* tracker) {
-  return std::make_unique<MSVhdxVirtualMachineDiskEx>(std::make_unique<MSVhdxVirtualMachineDisk>(
-      std::make_unique<VhdxDiskImpl>(&dir, &dir, name, diskType, tracker)));
+                                                   std::uint32_t diskType, FileTracker* tracker,
+                                                   Common::Error* openError) {
+  auto impl = std::make_unique<VhdxDiskImpl>(&dir, &dir, name, diskType, tracker);
+  if (openError) *openError = impl->LastError();
+  return std::make_unique<MSVhdxVirtualMachineDiskEx>(std::make_unique<MSVhdxVirtualMachineDisk>(std::move(impl)));
 }
 
 Common::Error CreateVhdxDisk(rio_dir& dir, const std::u16string& name, std::uint64_t sectors, std::uint32_t,

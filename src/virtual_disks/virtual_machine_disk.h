@@ -85,9 +85,11 @@ class MSVhdxVirtualMachineDiskEx : public VirtualMachineDiskExBase {
 };
 
 // Opens `name` in `dir` for reading and writing; never null. A failure to
-// open is kept in the disk and answers each of its operations.
+// open is kept in the disk and answers each of its operations; it is also
+// copied to `openError` when given.
 std::unique_ptr<VirtualMachineDiskEx> OpenVhdxDisk(rio_dir& dir, const std::u16string& name,
-                                                   std::uint32_t diskType, FileTracker* tracker);
+                                                   std::uint32_t diskType, FileTracker* tracker,
+                                                   Common::Error* openError = nullptr);
 
 // A new dynamic container of `sectors` 512-byte sectors: `sectorSize` and
 // `unused` are not read, so any other sector size gives a disk of another
