@@ -137,3 +137,39 @@ TEST(VrigTest, MissingModuleIsReportedWithTheLoadersReasons) {
 }
 
 }  // namespace
+
+namespace {
+
+// A machine's disk from the command line, through the loaded module: made,
+// written and read, its raw metadata set and read, then taken out without
+// and with its file.
+TEST(VrigTest, MachineDisksFromTheCommandLine) {
+  const HostTest::TempDir dir;
+  const std::string vmc = dir.Path() + "/Db/Db.vmc";
+  ASSERT_EQ(Vrig("vm create . Db", "LANGUAGE=en", dir.Path()).status, 0);
+  const std::string disk = dir.Path() + "/Db/data.vhdx";
+  const VrigRun add = Vrig("vm disk add " + vmc + " scsi 0 2 data.vhdx 8M");
+  ASSERT_EQ(add.status, 0) << add.output;
+  EXPECT_EQ(add.output, disk + "\n");
+  EXPECT_EQ(Vrig("vm disk add " + vmc + " scsi 0 2 other.vhdx 8M").status, 1) << "the slot is taken";
+  EXPECT_EQ(Vrig("vm disk list " + vmc).output, "scsi 0:2 " + disk + "\n");
+
+  const std::string sectors = dir.Join("in");
+  HostTest::Shell("head -c 1536 /dev/urandom > " + sectors);
+  ASSERT_EQ(Vrig("vm disk write " + vmc + " " + disk + " 16381 < " + sectors).status, 0);
+  EXPECT_EQ(Vrig("vm disk read " + vmc + " " + disk + " 16381 3 | cmp - " + sectors).status, 0);
+  EXPECT_EQ(Vrig("vm disk read " + vmc + " " + disk + " 16382 3").status, 1) << "past the end";
+
+  const std::string key = " 0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0 1";
+  ASSERT_EQ(Vrig("vm disk meta " + vmc + " " + disk + key + " --set 00ff10").status, 0);
+  EXPECT_EQ(Vrig("vm disk meta " + vmc + " " + disk + key).output, "00ff10\n");
+
+  ASSERT_EQ(Vrig("vm disk rm " + vmc + " " + disk).status, 0);
+  EXPECT_EQ(Vrig("vm disk list " + vmc).output, "");
+  EXPECT_TRUE(HostTest::Exists(disk)) << "detaching keeps the file";
+  ASSERT_EQ(Vrig("vm disk attach " + vmc + " ide 1 0 " + disk).status, 0);
+  ASSERT_EQ(Vrig("vm disk rm " + vmc + " " + disk + " --delete").status, 0);
+  EXPECT_FALSE(HostTest::Exists(disk));
+}
+
+}  // namespace

@@ -42,5 +42,7 @@ std::string PropertyText(VirtualWareRaw::PropertySet& properties, const std::u16
 
 int Info(const Module& module, const std::vector<std::string>& args);
 int Vm(const Module& module, std::vector<std::string> args);
+// `args` follow "vm disk".
+int VmDisk(Session& session, const std::vector<std::string>& args);
 
 }  // namespace vrig

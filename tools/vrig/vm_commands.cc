@@ -145,6 +145,8 @@ int Vm(const Module& module, std::vector<std::string> args) {
   } else if (what == "rm") {
     Need(args, 1, "rm <vmc>");
     Check(session.Server->RemoveVM(Absolute(args[1])));
+  } else if (what == "disk") {
+    return VmDisk(session, std::vector<std::string>(args.begin() + 1, args.end()));
   } else if (what == "find") {
     Need(args, 2, "find <storage> <name>");
     auto workstation = Processor::QueryInterface<VirtualWareRaw::VirtualWorkstation>(session.Server);
