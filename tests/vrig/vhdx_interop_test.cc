@@ -342,9 +342,11 @@ TEST_F(VhdxInteropTest, StoppedCreationsLeaveNothingUnderTheTargetName) {
   WriteBytes(raw, RandomBytes(random, 96 * kMiB));
   const Outcome stopped = Shell("(" VRIG_PATH " vhdx import " + raw + " " + vhdx + " & pid=$!; sleep 0.2; kill -9 $pid; wait $pid; ls " +
                                 dir.Path() + ")");
+  // On a busy machine the kill may come before the first file or after
+  // the last step; either way nothing half-made bears the target's name.
   if (stopped.output.find("big.vhdx.vrig-partial-") != std::string::npos) {
     EXPECT_FALSE(HostTest::Exists(vhdx)) << stopped.output;
-  } else {
+  } else if (HostTest::Exists(vhdx)) {
     EXPECT_EQ(Shell("qemu-img check -q " + vhdx).status, 0) << "finished before it was stopped";
     std::remove(vhdx.c_str());
   }
