@@ -326,6 +326,9 @@ Common::Error MSVirtualPCVM::RemoveHardDisk(std::uint32_t busType, std::uint32_t
       return Common::MessageError(VR_SITE, kNoDiskAtLocation,
                                   {Common::FromUtf8(std::to_string(bus)), Common::FromUtf8(std::to_string(location))});
     };
+    // A machine opened for reading could not write the file that still
+    // names the disk: its file must not be deleted first.
+    if (readOnly_) throw Common::MessageError(VR_SITE, kReadOnlyVMModified, {configFile_});
     std::unique_ptr<Configuration> controller =
         LoadConfig().OpenChild(ControllerPath(busType), "id", Decimal(bus), false);
     if (!controller) throw noDisk();

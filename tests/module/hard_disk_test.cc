@@ -166,6 +166,11 @@ TEST_F(HardDiskTest, AttachRemoveAndMove) {
   vm = Open(dir.Join("Moved/Mail.vmc"));
   EXPECT_EQ(List(vm), (std::vector<Slot>{{0, 1, 1, dir.Wide("store/kept.vhdx")},
                                         {1, 0, 0, dir.Wide("Moved/inside.vhdx")}}));
+  // Opened for reading, the machine deletes no disk file it cannot unlist.
+  Access(vm)->Open(0);
+  EXPECT_EQ(vm->RemoveHardDisk(1, 0, 0, true).Code(), 0x53000Cu);
+  EXPECT_TRUE(Exists(dir.Join("Moved/inside.vhdx")));
+  Access(vm)->Open(VirtualWareRaw::SafeVMAccess::WriteAccess);
   ASSERT_TRUE(vm->RemoveHardDisk(1, 0, 0, true).IsEmpty());
   EXPECT_FALSE(Exists(dir.Join("Moved/inside.vhdx")));
   const std::string vmc = ReadBytes(dir.Join("Moved/Mail.vmc"));
