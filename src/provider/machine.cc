@@ -17,6 +17,8 @@
 #include "provider/from_string.h"
 #include "provider/hard_disk.h"
 #include "vellumrig/error_text.h"
+#include "vhdx/format/errors.h"
+#include "vhdx/format/format.h"
 #include "virtual_disks/virtual_machine_disk.h"
 
 namespace VirtualWareRaw {
@@ -337,6 +339,7 @@ Common::Error MSVirtualPCVM::RemoveHardDisk(std::uint32_t busType, std::uint32_t
     std::u16string path = RelativeDiskPath(*slot);
     if (path.empty() && (!slot->GetValue("pathname.absolute", path) || path.empty())) throw noDisk();
     Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::RemovingHardDisk, {path, configFile_});
+    if (deleteFile) RefuseToDeleteAnythingButAContainer(path);
     slot->Remove();
     if (!controller->OpenChild("location", "", u"", false)) controller->Remove();
     dirty_ = true;
@@ -402,6 +405,21 @@ std::u16string MSVirtualPCVM::RelativeDiskPath(Configuration& slot) {
       }))
     return {};
   return FileExists(*dir_, path) ? path : std::u16string();
+}
+
+void MSVirtualPCVM::RefuseToDeleteAnythingButAContainer(const std::u16string& path) {
+  // A configuration is text anyone may have written: its path may name any
+  // file at all. Only a file that begins as a container is deleted as a
+  // disk; one that is not there is left to the delete to report.
+  std::unique_ptr<i_file> file = dir_->OpenFile(path, kOpenRead);
+  dir_->TakeError();
+  if (!file) return;
+  char signature[sizeof Vhdx::Format::kFileIdentifierSignature] = {};
+  const std::size_t got = file->Read(signature, sizeof signature);
+  file->TakeError();
+  if (got != sizeof signature ||
+      !std::equal(std::begin(signature), std::end(signature), std::begin(Vhdx::Format::kFileIdentifierSignature)))
+    throw Wrap(VR_SITE, kRemoveDiskFileFailed, {path}, Common::MessageError(VR_SITE, Vhdx::kUnknownFormat));
 }
 
 bool MSVirtualPCVM::IsSlotFree(std::uint32_t busType, std::uint32_t bus, std::uint32_t location) {

@@ -80,6 +80,8 @@ class MSVirtualPCVM final : public SafeVM, public PropertySet, public SafeVMAcce
 
  private:
   bool IsSlotFree(std::uint32_t busType, std::uint32_t bus, std::uint32_t location);
+  // Throws 0x53004A when `path` is there but is no container.
+  void RefuseToDeleteAnythingButAContainer(const std::u16string& path);
   // The disk in a slot; null when the slot is empty.
   Processor::AutoRef<SafeHardDisk> OpenHardDisk(std::uint32_t busType, std::uint32_t bus, std::uint32_t location);
   // The slot's relative name, "./" taken off, when that file is beside the

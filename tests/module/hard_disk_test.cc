@@ -184,6 +184,16 @@ TEST_F(HardDiskTest, AttachRemoveAndMove) {
   EXPECT_FALSE(Exists(dir.Join("store/kept.vhdx")));
   EXPECT_FALSE(Exists(dir.Join("Moved")));
 
+  // A configuration that names a file that is no container does not get
+  // it deleted with the machine.
+  vm = Create(u"Odd");
+  WriteBytes(dir.Join("notes.txt"), "not a disk");
+  ASSERT_TRUE(vm->AddExistingHardDisk(Processor::String(dir.Wide("notes.txt")), 0, 0, 0, 0, disk).IsEmpty());
+  vm = nullptr;
+  EXPECT_EQ(server->RemoveVM(Common::FromUtf8(VmcPath("Odd"))).Reason().Code(), 0x53004Au);
+  EXPECT_EQ(ReadBytes(dir.Join("notes.txt")), "not a disk");
+  EXPECT_TRUE(Exists(VmcPath("Odd")));
+
   // A slot that names no file at all makes every listing fail.
   vm = Create(u"Bad");
   std::string text = ReadBytes(VmcPath("Bad"));
