@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -50,6 +52,17 @@ inline constexpr std::uint8_t kKeepLogChecksum = 16;
 
 // Bounds each input's work: enough records for any pointed change.
 inline constexpr std::size_t kMaxRecords = 64;
+
+// A valid container the edits apply to, and the fields they can name in it.
+struct Base {
+  std::string Image;
+  std::vector<Field> Fields;
+};
+
+// An input that begins "vhdxfile" is a whole file, not a list of edits.
+inline bool IsWholeImage(const std::uint8_t* data, std::size_t size) {
+  return size >= 8 && std::memcmp(data, Format::kFileIdentifierSignature, 8) == 0;
+}
 
 // The fields of the headers, region tables, metadata table and items, the
 // first BAT entries, the sector bitmap and the first log entry, where the
@@ -260,15 +273,25 @@ inline std::uint64_t Magic(std::uint64_t pick, std::uint64_t fileSize) {
   return values[pick % std::size(values)];
 }
 
-// A structure no edit touched keeps the valid checksum of the base.
-inline void SealAt(OverlayFile& file, std::uint64_t offset, std::size_t size) {
-  if (offset + size > file.Size() || !file.Touched(offset, size)) return;
+}  // namespace Detail
+
+// Stores the CRC-32C of the `size` bytes at `offset` in their checksum
+// field, at byte 4 of headers and region tables alike.
+inline void Seal(OverlayFile& file, std::uint64_t offset, std::size_t size) {
+  if (offset + size > file.Size()) return;
   std::vector<std::uint8_t> bytes(size);
   file.Get(offset, bytes.data(), size);
   Vhdx::StoreLe32(bytes.data() + 4, 0);
   std::uint8_t checksum[4];
   Vhdx::StoreLe32(checksum, Vhdx::Crc32c(bytes.data(), size));
   file.Put(offset + 4, checksum, 4);
+}
+
+namespace Detail {
+
+// A structure no edit touched keeps the valid checksum of the base.
+inline void SealAt(OverlayFile& file, std::uint64_t offset, std::size_t size) {
+  if (file.Touched(offset, size)) Seal(file, offset, size);
 }
 
 // The checksum of the entry at the start of the log, over the sectors the
@@ -421,15 +444,40 @@ class EditWriter {
   std::string bytes_;
 };
 
-// The mutator behind LLVMFuzzerCustomMutator: half the time libFuzzer's own
-// byte mutations, otherwise a field record added or an existing one aimed
-// at another field, operation or value. Byte mutations alone shift records
+// A harness's seed corpus: named inputs in the language above.
+using Seeds = std::vector<std::pair<std::string, std::string>>;
+
+// The first thing LLVMFuzzerInitialize does: given
+// VELLUMRIG_MAKE_SEEDS=<folder>, writes the seeds `make` returns to the
+// folder and exits. The seeds in fuzz/corpus are made this way.
+template <class Make>
+void MakeSeedsIfAsked(Make make) {
+  const char* folder = std::getenv("VELLUMRIG_MAKE_SEEDS");
+  if (!folder) return;
+  const Seeds seeds = make();
+  for (const auto& [name, bytes] : seeds) {
+    std::ofstream out(std::string(folder) + "/" + name, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+      std::fprintf(stderr, "cannot write %s/%s\n", folder, name.c_str());
+      std::exit(1);
+    }
+  }
+  std::fprintf(stderr, "%zu seeds written to %s\n", seeds.size(), folder);
+  std::exit(0);
+}
+
+// The mutator behind LLVMFuzzerCustomMutator: libFuzzer's own byte
+// mutations for whole files and half the time for edits, otherwise a field
+// record added or an existing one aimed at another field, operation or
+// value. Byte mutations alone shift records
 // and mostly produce inputs the first check refuses; these keep the edits
 // well formed, so coverage keeps growing after the easy paths are found.
 inline std::size_t MutateEdits(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned seed,
                                std::size_t fieldCount) {
   std::minstd_rand random(seed);
-  if (size == 0 || fieldCount == 0 || random() % 2) return LLVMFuzzerMutate(data, size, maxSize);
+  if (size == 0 || fieldCount == 0 || IsWholeImage(data, size) || random() % 2)
+    return LLVMFuzzerMutate(data, size, maxSize);
   const auto operand = [&]() -> std::uint64_t {
     switch (random() % 4) {
       case 0: return random() % 17;                                              // a magic pick or a small step

@@ -30,7 +30,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -154,13 +153,7 @@ void ReadEverything(Vhdx::DiskFile& disk, bool census) {
   if (census) disk.CountBlocks();
 }
 
-// A base the edits apply to, and the fields they can name in it.
-struct Base {
-  std::string Image;
-  std::vector<Fuzz::Field> Fields;
-};
-
-Base MakeBase(const Recipe& recipe) {
+Fuzz::Base MakeBase(const Recipe& recipe) {
   auto memory = Common::MemoryFile::Create();
   {
     Vhdx::WriteableFile file(*memory);
@@ -233,9 +226,9 @@ Base MakeBase(const Recipe& recipe) {
   return {bytes, Fuzz::FindFields(bytes)};
 }
 
-const std::vector<Base>& Bases() {
-  static const std::vector<Base> bases = [] {
-    std::vector<Base> made;
+const std::vector<Fuzz::Base>& Bases() {
+  static const std::vector<Fuzz::Base> bases = [] {
+    std::vector<Fuzz::Base> made;
     for (const Recipe& recipe : kRecipes) made.push_back(MakeBase(recipe));
     return made;
   }();
@@ -393,8 +386,8 @@ void Exercise(const Fuzz::OverlayFile& patched, bool census) {
 
 // The seed corpus: one plain input per base, then pointed edits of each
 // structure, named for what they do.
-void MakeSeeds(const std::string& folder) {
-  std::vector<std::pair<std::string, std::string>> seeds;
+Fuzz::Seeds MakeSeeds() {
+  Fuzz::Seeds seeds;
   using Fuzz::EditWriter;
   const auto on = [&](unsigned base, std::uint8_t flags = 0) { return EditWriter(Bases()[base].Fields, base | flags); };
   const auto add = [&](const std::string& name, const EditWriter& writer) { seeds.emplace_back(name, writer.Bytes()); };
@@ -480,44 +473,30 @@ void MakeSeeds(const std::string& folder) {
   add("file_grown", on(1).Resize(static_cast<std::uint32_t>(Bases()[1].Image.size() + mib + mib / 2)));
   add("raw_in_data_block", on(0).Raw(static_cast<std::uint32_t>(4 * mib + 4096), std::string(16, '\x77')));
   add("raw_identifier", on(2).Raw(0, "vhdxfilf"));
-
-  for (const auto& [name, bytes] : seeds) {
-    std::ofstream out(folder + "/" + name, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-      std::fprintf(stderr, "cannot write %s/%s\n", folder.c_str(), name.c_str());
-      std::exit(1);
-    }
-  }
-  std::fprintf(stderr, "%zu seeds written to %s\n", seeds.size(), folder.c_str());
+  return seeds;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  if (const char* folder = std::getenv("VELLUMRIG_MAKE_SEEDS")) {
-    MakeSeeds(folder);
-    std::exit(0);
-  }
+  Fuzz::MakeSeedsIfAsked(MakeSeeds);
   Bases();
   return 0;
 }
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned seed) {
-  if (size >= 8 && std::memcmp(data, Format::kFileIdentifierSignature, 8) == 0)
-    return LLVMFuzzerMutate(data, size, maxSize);
   return Fuzz::MutateEdits(data, size, maxSize, seed, size ? Bases()[data[0] & 3].Fields.size() : 0);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  if (size >= 8 && std::memcmp(data, Format::kFileIdentifierSignature, 8) == 0) {
+  if (Fuzz::IsWholeImage(data, size)) {
     const std::string image(reinterpret_cast<const char*>(data), size);
     Exercise(Fuzz::OverlayFile(image), true);
     return 0;
   }
-  const Base& base = Bases()[data[0] & 3];
+  const Fuzz::Base& base = Bases()[data[0] & 3];
   Fuzz::OverlayFile patched(base.Image);
   Fuzz::ApplyEdits(patched, base.Fields, data[0], data + 1, size - 1);
   Exercise(patched, data[0] & kCensus);

@@ -18,10 +18,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -31,22 +27,14 @@
 #include "vhdx/disk/create.h"
 #include "vhdx/file/read_only_file.h"
 #include "vhdx/file/writeable_file.h"
-#include "vhdx/format/crc32c.h"
 #include "vhdx/format/file_validator.h"
 #include "vhdx/format/format.h"
 #include "vhdx/format/header_reader.h"
-#include "vhdx/format/little_endian.h"
 #include "vhdx/format/region_table_reader.h"
 
 namespace {
 
 namespace Format = Vhdx::Format;
-
-void Seal(std::string& bytes, std::uint64_t offset, std::size_t size) {
-  auto* p = reinterpret_cast<std::uint8_t*>(bytes.data()) + offset;
-  Vhdx::StoreLe32(p + 4, 0);
-  Vhdx::StoreLe32(p + 4, Vhdx::Crc32c(p, size));
-}
 
 void Exercise(ri_file& host) {
   Vhdx::ReadOnlyFile file(host);
@@ -67,32 +55,22 @@ void Exercise(ri_file& host) {
   }
 }
 
-void ExerciseBytes(const std::string& bytes) {
-  Fuzz::OverlayFile file(bytes);
-  Exercise(file);
-}
-
 // The first megabyte of a valid dynamic container, and its fields.
-struct Base {
-  std::string Image;
-  std::vector<Fuzz::Field> Fields;
-};
-
-const Base& TheBase() {
-  static const Base base = [] {
+const Fuzz::Base& TheBase() {
+  static const Fuzz::Base base = [] {
     auto memory = Common::MemoryFile::Create();
     Vhdx::WriteableFile file(*memory);
     Vhdx::WriteDynamicContainer(file, {4 << 20, 512});
     std::string image(memory->GetData(), Format::kMiB);
-    return Base{image, Fuzz::FindFields(image)};
+    return Fuzz::Base{image, Fuzz::FindFields(image)};
   }();
   return base;
 }
 
-void MakeSeeds(const std::string& folder) {
+Fuzz::Seeds MakeSeeds() {
   using Fuzz::EditWriter;
   const auto& fields = TheBase().Fields;
-  std::vector<std::pair<std::string, std::string>> seeds;
+  Fuzz::Seeds seeds;
   const auto on = [&](std::uint8_t flags = 0) { return EditWriter(fields, flags); };
   const auto add = [&](const std::string& name, const EditWriter& writer) { seeds.emplace_back(name, writer.Bytes()); };
   const std::uint64_t mib = Format::kMiB;
@@ -121,50 +99,35 @@ void MakeSeeds(const std::string& folder) {
   add("regions_unknown_required", on().Edit("regions0.entry0.guid.lo", Fuzz::kXor, 1).Set("regions0.entry0.required", 1));
   add("regions_unknown_optional", on().Edit("regions0.entry0.guid.hi", Fuzz::kXor, 1).Set("regions0.entry0.required", 0));
   add("regions_reserved", on().Set("regions0.reserved", 1));
-  for (const auto& [name, bytes] : seeds) {
-    std::ofstream out(folder + "/" + name, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-      std::fprintf(stderr, "cannot write %s/%s\n", folder.c_str(), name.c_str());
-      std::exit(1);
-    }
-  }
-  std::fprintf(stderr, "%zu seeds written to %s\n", seeds.size(), folder.c_str());
-}
-
-bool IsWholeImage(const std::uint8_t* data, std::size_t size) {
-  return size >= 8 && std::memcmp(data, Format::kFileIdentifierSignature, 8) == 0;
+  return seeds;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  if (const char* folder = std::getenv("VELLUMRIG_MAKE_SEEDS")) {
-    MakeSeeds(folder);
-    std::exit(0);
-  }
+  Fuzz::MakeSeedsIfAsked(MakeSeeds);
   TheBase();
   return 0;
 }
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned seed) {
-  if (IsWholeImage(data, size)) return LLVMFuzzerMutate(data, size, maxSize);
   return Fuzz::MutateEdits(data, size, maxSize, seed, TheBase().Fields.size());
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  if (IsWholeImage(data, size)) {
+  if (Fuzz::IsWholeImage(data, size)) {
     std::string bytes(reinterpret_cast<const char*>(data), std::min<std::size_t>(size, Format::kMiB));
     bytes.resize(Format::kMiB, '\0');
-    ExerciseBytes(bytes);
-    for (const std::uint64_t offset : Format::kHeaderOffsets) Seal(bytes, offset, Format::kHeaderSize);
-    for (const std::uint64_t offset : Format::kRegionTableOffsets) Seal(bytes, offset, Format::kRegionTableSize);
-    ExerciseBytes(bytes);
+    Fuzz::OverlayFile file(bytes);
+    Exercise(*file.Copy());
+    for (const std::uint64_t offset : Format::kHeaderOffsets) Fuzz::Seal(file, offset, Format::kHeaderSize);
+    for (const std::uint64_t offset : Format::kRegionTableOffsets) Fuzz::Seal(file, offset, Format::kRegionTableSize);
+    Exercise(file);
     return 0;
   }
-  const Base& base = TheBase();
+  const Fuzz::Base& base = TheBase();
   Fuzz::OverlayFile file(base.Image);
   Fuzz::ApplyEdits(file, base.Fields, data[0], data + 1, size - 1);
   Exercise(file);

@@ -39,7 +39,7 @@ class CorruptionTest : public VhdxTest::DiskFixture {
  protected:
   // A dynamic file written with `data` from sector 0.
   void CreateDisk(const std::string& name, std::uint64_t size, const std::string& data) {
-    Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, kSector});
+    DiskFixture::CreateDisk(name, size);
     Write(name, 0, data);
   }
   void Patch(const std::string& name, std::uint64_t offset, const std::string& bytes) {

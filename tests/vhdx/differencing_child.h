@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,22 +57,29 @@ inline std::u16string LinkageText(const Common::Guid& guid) {
   return u"{" + Common::FromUtf8(Common::GuidToString(guid)) + u"}";
 }
 
-// Makes the existing dynamic file `name` a differencing one with `entries`
-// as its parent locator. Its header, and so its write GUIDs, stay as they
-// are.
-inline void SetParentLocator(rio_dir& dir, const std::u16string& name, const Vhdx::ParentLocatorEntryList& entries) {
-  std::unique_ptr<i_file> host = dir.OpenFile(name, kOpenReadWrite);
-  Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*host));
+// Changes the metadata items of a container in place, as another writer
+// may; the header, and so the write GUIDs, stay as they are.
+inline void ModifyMetadata(Vhdx::File& file, const std::function<void(Vhdx::MetadataModifier&)>& edit) {
   const Vhdx::RegionTableEntry region =
       Vhdx::GetRegionEntryById(Vhdx::RegionTableReader::Read(file), Vhdx::Format::kMetadataRegionGuid);
   Vhdx::MetadataModifierImpl modifier(std::make_unique<Vhdx::ThrowingExpandableFileRegion>(
       std::make_unique<Vhdx::WritableFileRegionImpl>(file, Vhdx::Area{region.FileOffset, region.Length})));
-  std::uint8_t parameters[8];
-  Vhdx::FileParameters{0x400000, Vhdx::FileParameters::kHasParent}.Store(parameters);
-  modifier.Set(Vhdx::WellKnownItems::kFileParameters, parameters, sizeof parameters);
-  const std::string locator = EncodeParentLocator(entries);
-  modifier.Set(Vhdx::WellKnownItems::kParentLocator, reinterpret_cast<const std::uint8_t*>(locator.data()),
-               static_cast<std::uint32_t>(locator.size()));
+  edit(modifier);
+}
+
+// Makes the existing dynamic file `name` a differencing one with `entries`
+// as its parent locator.
+inline void SetParentLocator(rio_dir& dir, const std::u16string& name, const Vhdx::ParentLocatorEntryList& entries) {
+  std::unique_ptr<i_file> host = dir.OpenFile(name, kOpenReadWrite);
+  Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*host));
+  ModifyMetadata(file, [&](Vhdx::MetadataModifier& modifier) {
+    std::uint8_t parameters[8];
+    Vhdx::FileParameters{0x400000, Vhdx::FileParameters::kHasParent}.Store(parameters);
+    modifier.Set(Vhdx::WellKnownItems::kFileParameters, parameters, sizeof parameters);
+    const std::string locator = EncodeParentLocator(entries);
+    modifier.Set(Vhdx::WellKnownItems::kParentLocator, reinterpret_cast<const std::uint8_t*>(locator.data()),
+                 static_cast<std::uint32_t>(locator.size()));
+  });
 }
 
 // Lays down `name` in `dir` as a differencing file of `size` bytes with

@@ -1,9 +1,6 @@
 // One container file: what its open requires of the metadata, how the file
 // type is derived, and the metadata operations with their two filter levels
 // and the growth of the metadata region.
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,15 +10,12 @@
 #include "common/memory_file.h"
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
+#include "vhdx/differencing_child.h"
 #include "vhdx/disk/create.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/disk/disk_file_open.h"
-#include "vhdx/file/file_region_impl.h"
-#include "vhdx/metadata/metadata_modifier.h"
-#include "vhdx/format/region_table_reader.h"
 #include "vhdx/test_files.h"
-#include "vhdx/file/throwing_expandable_file_region.h"
 #include "vhdx/metadata/well_known_items.h"
 #include "vhdx/file/writeable_file.h"
 
@@ -64,13 +58,9 @@ class DiskFileTest : public ::testing::Test {
     Vhdx::WriteableFile file(*memory);
     Vhdx::WriteDynamicContainer(file, {16 << 20, 512});
   }
-  // Changes the metadata behind the engine's back, as another writer may.
   void Edit(const std::function<void(Vhdx::MetadataModifier&)>& edit) {
     Vhdx::WriteableFile file(*memory);
-    const auto region = Vhdx::GetRegionEntryById(Vhdx::RegionTableReader::Read(file), Format::kMetadataRegionGuid);
-    Vhdx::MetadataModifierImpl modifier(std::make_unique<Vhdx::ThrowingExpandableFileRegion>(
-        std::make_unique<Vhdx::WritableFileRegionImpl>(file, Vhdx::Area{region.FileOffset, region.Length})));
-    edit(modifier);
+    VhdxTest::ModifyMetadata(file, edit);
   }
   void SetParameters(std::uint32_t flags) {
     Edit([&](Vhdx::MetadataModifier& m) {

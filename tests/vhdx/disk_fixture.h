@@ -10,6 +10,7 @@
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "vhdx/differencing_child.h"
+#include "vhdx/disk/create.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
 
@@ -20,6 +21,9 @@ class DiskFixture : public ::testing::Test {
   static constexpr std::uint32_t kSector512 = 512;
 
   std::unique_ptr<rio_dir> Folder() { return Host::OpenFolder(dir.Wide()); }
+  void CreateDisk(const std::string& name, std::uint64_t size, std::uint32_t sector = kSector512) {
+    Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, sector});
+  }
   std::unique_ptr<Vhdx::Disk> Open(const std::string& name, bool writable = false) {
     return std::make_unique<Vhdx::DiskImpl>(*Folder(), Common::FromUtf8(name), consumer, writable);
   }

@@ -40,12 +40,7 @@ constexpr std::uint64_t kBlockSectors = kBlock / kSector;
 
 using VhdxTest::Pattern;
 
-class DiskTest : public VhdxTest::DiskFixture {
- protected:
-  void CreateDisk(const std::string& name, std::uint64_t size, std::uint32_t sector = kSector) {
-    Vhdx::Create(*Folder(), Common::FromUtf8(name), Vhdx::kCreateDynamic, {size, sector});
-  }
-};
+using DiskTest = VhdxTest::DiskFixture;
 
 // The recipe's layout, read back by the engine's own readers.
 TEST_F(DiskTest, CreateLaysDownTheRecipe) {

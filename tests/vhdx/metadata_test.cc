@@ -13,6 +13,7 @@
 #include "vhdx/metadata/metadata_table.h"
 #include "vhdx/metadata/metadata_value_consumer.h"
 #include "vhdx/metadata/parent_locator.h"
+#include "vhdx/differencing_child.h"
 #include "vhdx/test_files.h"
 #include "vhdx/file/writeable_file.h"
 
@@ -32,11 +33,8 @@ std::string Le32(std::uint32_t v) {
   return s;
 }
 std::string Le64(std::uint64_t v) { return Le32(static_cast<std::uint32_t>(v)) + Le32(v >> 32); }
-const std::uint8_t* U8(const std::string& s) {
-  return reinterpret_cast<const std::uint8_t*>(s.data());
-}
-const std::string kLocatorType("\xB7\xEF\x4A\xB0\x9E\xD1\x81\x4A\xB7\x89\x25\xB8\xE9\x44\x59\x13",
-                               16);
+const std::uint8_t* U8(const std::string& s) { return reinterpret_cast<const std::uint8_t*>(s.data()); }
+using VhdxTest::EncodeParentLocator;
 
 struct Item {
   Common::Guid id;
@@ -141,8 +139,7 @@ class MetadataTest : public ::testing::Test {
 };
 
 TEST_F(MetadataTest, ItemsReachTheirConsumersAndUnknownOnesTheCallerOrThePolicy) {
-  const std::string locator = kLocatorType + std::string("\0\0\1\0", 4) + Le32(32) + Le32(34) +
-                              std::string("\2\0\2\0k\0v\0", 8);
+  const std::string locator = EncodeParentLocator({{u"k", u"v"}});
   const std::vector<Item> all = {{Format::kLogicalSectorSizeItem, 6, Le32(4096)},
                                  {Format::kPhysicalSectorSizeItem, 6, Le32(512)},
                                  {Format::kFileParametersItem, 4, Le32(1 << 20) + Le32(3)},
@@ -250,15 +247,8 @@ TEST_F(MetadataTest, HostileTablesAndItemsAreRefusedWithoutReadingBeyondThem) {
 }
 
 TEST_F(MetadataTest, ParentLocatorsParseWithinTheirItemOnly) {
-  // A locator with "key"="value" and "k2"="v2"; its last string ends the item.
-  const std::string strings = std::string(
-      "k\0e\0y\0v\0a\0l\0u\0e\0k\0"
-      "2\0v\0"
-      "2\0",
-      24);
-  const std::string good = kLocatorType + std::string("\0\0\2\0", 4) + Le32(44) + Le32(50) +
-                           std::string("\6\0\12\0", 4) + Le32(60) + Le32(64) +
-                           std::string("\4\0\4\0", 4) + strings;
+  // Entries at 20 and 32, strings from 44 on; the last string ends the item.
+  const std::string good = EncodeParentLocator({{u"key", u"value"}, {u"k2", u"v2"}});
   auto with = [&](std::size_t at, const std::string& bytes) {
     std::string s = good;
     return s.replace(at, bytes.size(), bytes);
@@ -271,8 +261,8 @@ TEST_F(MetadataTest, ParentLocatorsParseWithinTheirItemOnly) {
   };
   const Case cases[] = {
       {"two entries", good, 0, {{u"key", u"value"}, {u"k2", u"v2"}}},
-      {"empty", kLocatorType + std::string(4, '\0'), 0, {}},
-      {"short header", kLocatorType + std::string(3, '\0'), 0x3C0014, {}},
+      {"empty", EncodeParentLocator({}), 0, {}},
+      {"short header", EncodeParentLocator({}).substr(0, 19), 0x3C0014, {}},
       {"other type", with(15, "\x14"), 0x3C0013, {}},
       {"odd key length", with(28, "\5"), 0, {{u"ke", u"value"}, {u"k2", u"v2"}}},
       {"last string one byte beyond", good.substr(0, good.size() - 1), 0x3C0014, {}},

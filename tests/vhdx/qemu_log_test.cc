@@ -2,11 +2,7 @@
 // its BAT updates and then retires the log by clearing the header's
 // LogGuid, leaving the entries behind. Putting the LogGuid back and undoing
 // what the entry repairs gives a file that needs exactly that replay.
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 

@@ -9,7 +9,6 @@
 #include "vhdx/format/header_reader.h"
 #include "vhdx/test_files.h"
 #include "vhdx/format/write_field_modifier.h"
-#include "vhdx/format/write_guid.h"
 #include "vhdx/file/writeable_file.h"
 
 namespace {
@@ -82,15 +81,6 @@ TEST_F(WriteFieldModifierTest, APayloadChangeFirstRenewsBothInOneRewriteAndAFail
   structure.Write(0x200000, 1, "x");
   data.Expand(0x500000);
   EXPECT_EQ(HeaderWrites(), 2u);
-}
-
-TEST(NewWriteGuidTest, GivesDistinctVersionFourGuids) {
-  const Common::Guid a = Vhdx::NewWriteGuid(), b = Vhdx::NewWriteGuid();
-  EXPECT_NE(a, b);
-  for (const Common::Guid& g : {a, b}) {
-    EXPECT_EQ(g.Data3 & 0xF000, 0x4000);
-    EXPECT_EQ(g.Data4[0] & 0xC0, 0x80);
-  }
 }
 
 }  // namespace

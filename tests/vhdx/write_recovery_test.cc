@@ -9,40 +9,22 @@
 #include <gtest/gtest.h>
 
 #include "host/shell.h"
-#include "host/temp_dir.h"
-#include "vellumrig/host.h"
-#include "vhdx/disk/create.h"
-#include "vhdx/differencing_child.h"
-#include "vhdx/disk/disk.h"
-#include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/disk/disk_file_open.h"
+#include "vhdx/disk_fixture.h"
 #include "vhdx/failing_file.h"
 #include "vhdx/test_files.h"
 
 namespace {
 
+using VhdxTest::Pattern;
+
 constexpr std::uint32_t kSector = 512;
 constexpr std::uint64_t kBlockSectors = 0x400000 / kSector;
 constexpr std::uint64_t kSize = 12 << 20;  // three blocks
 
-std::string Pattern(std::uint64_t sectors, std::uint8_t seed) {
-  std::string data(sectors * kSector, '\0');
-  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(seed + i / kSector * 3 + i % 251);
-  return data;
-}
-
-class WriteRecoveryTest : public ::testing::Test {
+class WriteRecoveryTest : public VhdxTest::DiskFixture {
  protected:
-  std::unique_ptr<rio_dir> Folder() { return Host::OpenFolder(dir.Wide()); }
-  std::unique_ptr<Vhdx::Disk> Open(const std::string& name, bool writable) {
-    return std::make_unique<Vhdx::DiskImpl>(*Folder(), Common::FromUtf8(name), consumer, writable);
-  }
-  std::string ReadAll(const std::string& name) {
-    auto disk = Open(name, false);
-    std::string data(kSize, '\0');
-    disk->Read(0, kSize / kSector, data.data());
-    return data;
-  }
+  std::string ReadAll(const std::string& name) { return Read(name, 0, kSize / kSector); }
   // Runs the write of `data` at `sector` on a copy of `name` whose file
   // takes only `budget` changes; gives how many it asked for.
   std::uint64_t CutWrite(const std::string& name, const std::string& copy, std::uint64_t budget,
@@ -107,40 +89,22 @@ class WriteRecoveryTest : public ::testing::Test {
     }
   }
 
-  HostTest::TempDir dir;
-  Vhdx::OnlyCheckingMetadataConsumer consumer;
   const bool haveQemu = HostTest::Have("qemu-img");
 };
 
 TEST_F(WriteRecoveryTest, DynamicFileShowsOldOrNewDataAfterEveryCut) {
-  Vhdx::Create(*Folder(), u"dynamic.vhdx", Vhdx::kCreateDynamic, {kSize, kSector});
-  {
-    auto disk = Open("dynamic.vhdx", true);
-    const std::string first = Pattern(kBlockSectors, 0x10);
-    disk->Write(0, kBlockSectors, first.data());
-  }
+  CreateDisk("dynamic.vhdx", kSize);
+  Write("dynamic.vhdx", 0, Pattern(kBlockSectors, 0x10));
   RunEveryCut("dynamic.vhdx", true);
 }
 
 // The same write into a differencing file also makes the chunk's sector
 // bitmap; the parent's data shows through where the child has none.
 TEST_F(WriteRecoveryTest, DifferencingFileShowsOldOrNewDataAfterEveryCut) {
-  Vhdx::Create(*Folder(), u"parent.vhdx", Vhdx::kCreateDynamic, {kSize, kSector});
-  Common::Guid linkage;
-  {
-    auto parent = Open("parent.vhdx", true);
-    const std::string data = Pattern(3 * kBlockSectors, 0x20);
-    parent->Write(0, 3 * kBlockSectors, data.data());
-  }
-  linkage = Open("parent.vhdx", false)->GetTop().GetWriteGuids().DataWriteGuid;
-  VhdxTest::CreateDifferencingChild(*Folder(), u"child.vhdx", kSize, kSector,
-                                    {{u"parent_linkage", VhdxTest::LinkageText(linkage)},
-                                     {u"relative_path", u"parent.vhdx"}});
-  {
-    auto child = Open("child.vhdx", true);
-    const std::string data = Pattern(10, 0x30);
-    child->Write(5, 10, data.data());
-  }
+  CreateDisk("parent.vhdx", kSize);
+  Write("parent.vhdx", 0, Pattern(3 * kBlockSectors, 0x20));
+  CreateChild("child.vhdx", "parent.vhdx", kSize);
+  Write("child.vhdx", 5, Pattern(10, 0x30));
   RunEveryCut("child.vhdx", false);
 }
 
