@@ -200,7 +200,8 @@ int ExportChanges(const std::string& vhdx, const std::string& raw, const std::st
   const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
   const std::uint64_t sectors = parameters.VirtualSize / parameters.LogicalSectorSize;
 
-  Descriptor out(::open(raw.c_str(), O_WRONLY | O_CLOEXEC), raw);
+  // Non-blocking only so that a FIFO in its place fails instead of hanging.
+  Descriptor out(::open(raw.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), raw);
   struct stat image, container;
   if (::fstat(out.Get(), &image) != 0) Fail("cannot read", raw);
   if (!S_ISREG(image.st_mode)) throw std::runtime_error("'" + raw + "' is not a regular file");
