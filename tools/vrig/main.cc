@@ -50,16 +50,20 @@ constexpr char kUsage[] =
     "  vm disk meta <vmc> <file> [<guid> <flags> [--set <hex bytes>]]\n"
     "                                    the disk's raw metadata items: the keys, one item's\n"
     "                                    bytes in hexadecimal, or new bytes for it\n"
-    "  vhdx create <file> <size>[K|M|G|T] [--sector-size 512|4096]\n"
+    "  vhdx create <file> <size>[K|M|G|T] [--sector-size 512|4096] [--tracker <db>]\n"
     "                                    a new dynamic container (4 MiB blocks; 512-byte sectors\n"
     "                                    unless told); an existing file is refused\n"
     "  vhdx info <file>                  type, geometry, write GUIDs, blocks, metadata, parents\n"
     "  vhdx read <file> <sector> <count> sectors to standard output\n"
-    "  vhdx write <file> <sector>        whole sectors from standard input\n"
-    "  vhdx import <raw> <new vhdx> [--sector-size 512|4096]\n"
+    "  vhdx write <file> <sector> [--tracker <db>]\n"
+    "                                    whole sectors from standard input\n"
+    "  vhdx import <raw> <new vhdx> [--sector-size 512|4096] [--tracker <db>]\n"
     "                                    a raw image into a new container\n"
     "  vhdx export <vhdx> <new raw>      a container out to a new, sparse raw image\n"
-    "  vhdx changes <file> <change-id|*>\n"
+    "  vhdx export <vhdx> <raw> --since <change-id|*> [--tracker <db>]\n"
+    "                                    only the sectors changed since the ID, into an earlier\n"
+    "                                    export of the same size; prints how many\n"
+    "  vhdx changes <file> <change-id|*> [--tracker <db>]\n"
     "                                    changed sectors, 'first count' a line, then the total\n"
     "                                    (\"*\": all the data the chain holds)\n"
     "  vhdx rm <file> [--chain] [--force]\n"
@@ -73,7 +77,9 @@ constexpr char kUsage[] =
     "  help                              this text\n"
     "\n"
     "Relative paths are taken from the current folder. import and export show a\n"
-    "progress bar when standard error is a terminal and end with the rate there.\n";
+    "progress bar when standard error is a terminal and end with the rate there.\n"
+    "--tracker names a database made by track start: containers are written\n"
+    "through it, new ones are put on its record, and change IDs are its own.\n";
 
 }  // namespace
 

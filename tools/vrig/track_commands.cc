@@ -17,13 +17,6 @@
 namespace vrig {
 namespace {
 
-std::unique_ptr<Host::TrackingHost> Open(const std::string& database) {
-  Common::Error error;
-  auto tracker = Host::OpenTracker(Absolute(database), error);
-  Check(error);
-  return tracker;
-}
-
 std::uint64_t Offset(const std::string& text) {
   std::uint64_t value = 0;
   const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -84,21 +77,28 @@ int Changes(Host::TrackingHost& tracker, const std::string& path, const std::str
 
 }  // namespace
 
+std::unique_ptr<Host::TrackingHost> OpenTracker(const std::string& database) {
+  Common::Error error;
+  auto tracker = Host::OpenTracker(Absolute(database), error);
+  Check(error);
+  return tracker;
+}
+
 int TrackCommand(const std::vector<std::string>& args) {
   const std::string sub = args.empty() ? std::string() : args[0];
   const std::size_t n = args.size();
   if (sub == "start" && n == 3) {
-    Check(Open(args[1])->Track(Absolute(args[2])));
+    Check(OpenTracker(args[1])->Track(Absolute(args[2])));
     return 0;
   }
   if (sub == "id" && n == 2) {
     std::string id;
-    Check(Open(args[1])->GetCurrentChangeID(id));
+    Check(OpenTracker(args[1])->GetCurrentChangeID(id));
     std::puts(id.c_str());
     return 0;
   }
-  if (sub == "write" && n == 4) return Write(*Open(args[1]), args[2], Offset(args[3]));
-  if (sub == "changes" && n == 4) return Changes(*Open(args[1]), args[2], args[3]);
+  if (sub == "write" && n == 4) return Write(*OpenTracker(args[1]), args[2], Offset(args[3]));
+  if (sub == "changes" && n == 4) return Changes(*OpenTracker(args[1]), args[2], args[3]);
   throw UsageError{"track: unknown subcommand or wrong number of arguments"};
 }
 

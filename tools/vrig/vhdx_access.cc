@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <stdexcept>
 
 #include "cli.h"
+#include "track_commands.h"
 #include "vellumrig/host.h"
 
 namespace vrig {
@@ -21,6 +23,36 @@ Place PlaceOf(const std::string& path, bool readOnly) {
   const std::size_t slash = full.rfind(u'/');
   const std::u16string folder = slash == 0 ? u"/" : full.substr(0, slash);
   return {Host::OpenFolder(folder, readOnly), full.substr(slash + 1)};
+}
+
+Place PlaceOf(const std::string& path, bool readOnly, Host::TrackingHost* tracker) {
+  if (!tracker || readOnly) return PlaceOf(path, readOnly);
+  const std::u16string full = Absolute(path);
+  const std::size_t slash = full.rfind(u'/');
+  std::unique_ptr<rio_dir> folder = tracker->OpenFolder(full.substr(0, slash + 1));
+  if (!folder) throw std::runtime_error("the current folder cannot be found");
+  return {std::move(folder), full.substr(slash + 1)};
+}
+
+bool TakeOption(std::vector<std::string>& args, const std::string& flag, std::string& value) {
+  const auto at = std::find(args.begin(), args.end(), flag);
+  if (at == args.end()) return false;
+  if (at + 1 == args.end()) throw UsageError{flag + " needs a value"};
+  value = *(at + 1);
+  args.erase(at, at + 2);
+  if (std::find(args.begin(), args.end(), flag) != args.end()) throw UsageError{flag + " is given twice"};
+  return true;
+}
+
+std::unique_ptr<Host::TrackingHost> TrackerOption(std::vector<std::string>& args) {
+  std::string database;
+  if (!TakeOption(args, "--tracker", database)) return nullptr;
+  // Opening makes a missing database, and a new tracker watches nothing:
+  // writes through it would go unrecorded and a later backup would miss
+  // them. A mistyped path must fail instead.
+  if (!PathExists(database))
+    throw std::runtime_error("'" + database + "' is no tracker database; vrig track start makes one");
+  return OpenTracker(database);
 }
 
 bool PathExists(const std::string& path) {

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "vellumrig/file_tracker.h"
 #include "vellumrig/folder.h"
 
 namespace vrig {
@@ -27,6 +29,14 @@ struct Place {
   std::u16string Name;
 };
 Place PlaceOf(const std::string& path, bool readOnly);
+// With a tracker, a writable place is the tracker's folder, so that every
+// byte the engine writes there is on its record.
+Place PlaceOf(const std::string& path, bool readOnly, Host::TrackingHost* tracker);
+
+// Takes "--tracker <db>" out of `args`: the tracker kept there, or null.
+std::unique_ptr<Host::TrackingHost> TrackerOption(std::vector<std::string>& args);
+// Takes "<flag> <value>" out of `args`; false when the flag is absent.
+bool TakeOption(std::vector<std::string>& args, const std::string& flag, std::string& value);
 
 bool PathExists(const std::string& path);
 

@@ -100,9 +100,16 @@ void Need(const std::vector<std::string>& args, std::size_t count, const char* f
   if (args.size() != count) throw UsageError{std::string("usage: vrig vhdx ") + form};
 }
 
+// A container made whole under its own name is new to the tracker, which
+// then counts all of it as changed for every ID it gave out before.
+void Track(Host::TrackingHost* tracker, const std::string& path) {
+  if (tracker) Check(tracker->Track(Absolute(path)));
+}
+
 int Create(std::vector<std::string> args) {
   const std::uint32_t sectorSize = SectorSizeOption(args);
-  Need(args, 2, "create <file> <size>[K|M|G|T] [--sector-size 512|4096]");
+  const auto tracker = TrackerOption(args);
+  Need(args, 2, "create <file> <size>[K|M|G|T] [--sector-size 512|4096] [--tracker <db>]");
   const std::uint64_t size = ParseSize(args[1]);
   if (size == 0 || size % sectorSize)
     throw UsageError{"the size must be a non-zero multiple of the sector size (" + std::to_string(sectorSize) + ")"};
@@ -112,6 +119,7 @@ int Create(std::vector<std::string> args) {
   Place place = PlaceOf(target.Path(), false);
   Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {size, sectorSize});
   target.Publish();
+  Track(tracker.get(), args[0]);
   return 0;
 }
 
@@ -213,9 +221,10 @@ int Read(std::vector<std::string> args) {
 }
 
 int Write(std::vector<std::string> args) {
-  Need(args, 2, "write <file> <first sector>");
+  const auto tracker = TrackerOption(args);
+  Need(args, 2, "write <file> <first sector> [--tracker <db>]");
   std::uint64_t sector = ParseNumber(args[1], "the first sector");
-  Place place = PlaceOf(args[0], false);
+  Place place = PlaceOf(args[0], false, tracker.get());
   Vhdx::OnlyCheckingMetadataConsumer consumer;
   Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
   const std::uint32_t sectorSize = disk.GetDiskParameters().LogicalSectorSize;
@@ -245,10 +254,11 @@ int Write(std::vector<std::string> args) {
 
 // The changed sector ranges, "first count" a line, then the total.
 int Changes(std::vector<std::string> args) {
-  Need(args, 2, "changes <file> <change-id|*>");
+  const auto tracker = TrackerOption(args);
+  Need(args, 2, "changes <file> <change-id|*> [--tracker <db>]");
   Place place = PlaceOf(args[0], true);
   Vhdx::OnlyCheckingMetadataConsumer consumer;
-  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false, tracker.get());
   const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
   struct Printer : Vhd::DiskAreaCollector {
     bool Collect(const Vhd::DiskArea& area) override {
@@ -317,11 +327,21 @@ int VhdxCommand(const std::vector<std::string>& args) {
   if (what == "write") return Write(std::move(rest));
   if (what == "import") {
     const std::uint32_t sectorSize = SectorSizeOption(rest);
-    Need(rest, 2, "import <raw image> <new vhdx> [--sector-size 512|4096]");
-    return Import(rest[0], rest[1], sectorSize);
+    const auto tracker = TrackerOption(rest);
+    Need(rest, 2, "import <raw image> <new vhdx> [--sector-size 512|4096] [--tracker <db>]");
+    const int status = Import(rest[0], rest[1], sectorSize);
+    Track(tracker.get(), rest[1]);
+    return status;
   }
   if (what == "export") {
-    Need(rest, 2, "export <vhdx> <raw image>");
+    const auto tracker = TrackerOption(rest);
+    std::string since;
+    if (TakeOption(rest, "--since", since)) {
+      Need(rest, 2, "export <vhdx> <raw image> --since <change-id|*> [--tracker <db>]");
+      return ExportChanges(rest[0], rest[1], since, tracker.get());
+    }
+    if (tracker) throw UsageError{"--tracker goes with --since: a full export asks no tracker"};
+    Need(rest, 2, "export <vhdx> <new raw image> [--since <change-id|*> --tracker <db>]");
     return Export(rest[0], rest[1]);
   }
   if (what == "rm") return Remove(std::move(rest));

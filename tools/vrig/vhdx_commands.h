@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "vellumrig/file_tracker.h"
+
 namespace vrig {
 
 // `args` follow "vhdx": the subcommand and its arguments.
@@ -15,6 +17,11 @@ int VhdxCommand(const std::vector<std::string>& args);
 // raw image; both skip zeros and report their rate on standard error.
 int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize);
 int Export(const std::string& vhdx, const std::string& raw);
+// An incremental backup: the sectors changed since `changeId` go into an
+// earlier export of the same disk, which must be exactly the disk's size;
+// nothing else in it is touched. IDs other than "*" need the tracker.
+int ExportChanges(const std::string& vhdx, const std::string& raw, const std::string& changeId,
+                  Host::TrackingHost* tracker);
 
 // Throws when `path` exists: vrig makes new files only.
 void RefuseExisting(const std::string& path);

@@ -91,6 +91,46 @@ std::size_t NextStretch(int fd, std::uint64_t& offset, std::uint64_t size) {
   return static_cast<std::size_t>(std::min(end, size) - offset);
 }
 
+// Fills `size` bytes at `offset` with zeros: a hole where the file system
+// can punch one, written zeros where it cannot.
+void Zero(int fd, std::uint64_t offset, std::uint64_t size, const std::string& path) {
+  if (::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                  static_cast<off_t>(size)) == 0)
+    return;
+  if (errno != EOPNOTSUPP && errno != ENOSYS) Fail("cannot clear a range of", path);
+  static const std::vector<std::uint8_t> zeros(kZeroGrain);
+  for (std::uint64_t done = 0; done < size;) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(zeros.size(), size - done));
+    WriteFully(fd, zeros.data(), n, offset + done, path);
+    done += n;
+  }
+}
+
+// Copies the disk's bytes `begin` (a sector boundary) to `end` into the raw
+// image at the same offsets. A `fresh` image reads zeros there already, so
+// zero runs stay holes; otherwise they replace what the image held.
+void CopyOut(Vhdx::Disk& disk, std::uint64_t begin, std::uint64_t end, int fd, const std::string& raw,
+             bool fresh, std::vector<std::uint8_t>& buffer, Progress& progress, std::uint64_t& done) {
+  const std::uint32_t sectorSize = disk.GetDiskParameters().LogicalSectorSize;
+  for (std::uint64_t offset = begin; offset < end; offset += kTransferBytes) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, end - offset));
+    const std::size_t whole = n / sectorSize;
+    disk.Read(offset / sectorSize, whole, buffer.data());
+    // A virtual size may end inside a sector that no read reaches: those
+    // bytes are zeros, not what the buffer held from the stretch before.
+    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(whole * sectorSize),
+              buffer.begin() + static_cast<std::ptrdiff_t>(n), 0);
+    std::size_t cleared = 0;
+    ForEachDataRun(buffer.data(), n, [&](std::size_t at, std::size_t length) {
+      if (!fresh && at > cleared) Zero(fd, offset + cleared, at - cleared, raw);
+      WriteFully(fd, buffer.data() + at, length, offset + at, raw);
+      cleared = at + length;
+    });
+    if (!fresh && n > cleared) Zero(fd, offset + cleared, n - cleared, raw);
+    progress.Advance(done += n);
+  }
+}
+
 }  // namespace
 
 int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize) {
@@ -142,26 +182,71 @@ int Export(const std::string& vhdx, const std::string& raw) {
   Descriptor out(::open(target.Path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), target.Path());
   std::vector<std::uint8_t> buffer(kTransferBytes);
   Progress progress(parameters.VirtualSize);
-  for (std::uint64_t offset = 0; offset < parameters.VirtualSize; offset += kTransferBytes) {
-    const std::size_t n =
-        static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, parameters.VirtualSize - offset));
-    const std::size_t whole = n / parameters.LogicalSectorSize;
-    disk.Read(offset / parameters.LogicalSectorSize, whole, buffer.data());
-    // A virtual size may end inside a sector that no read reaches: those
-    // bytes are zeros, not what the buffer held from the stretch before.
-    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(whole * parameters.LogicalSectorSize),
-              buffer.begin() + static_cast<std::ptrdiff_t>(n), 0);
-    // Zeros become holes; the final size below gives the tail its length.
-    ForEachDataRun(buffer.data(), n, [&](std::size_t at, std::size_t length) {
-      WriteFully(out.Get(), buffer.data() + at, length, offset + at, raw);
-    });
-    progress.Advance(offset + n);
-  }
+  std::uint64_t done = 0;
+  // Zeros become holes; the final size below gives the tail its length.
+  CopyOut(disk, 0, parameters.VirtualSize, out.Get(), raw, true, buffer, progress, done);
   if (::ftruncate(out.Get(), static_cast<off_t>(parameters.VirtualSize)) != 0) Fail("cannot set the size of", raw);
   out.Close();
   progress.Finish();
   target.Publish();
   return 0;
+}
+
+int ExportChanges(const std::string& vhdx, const std::string& raw, const std::string& changeId,
+                  Host::TrackingHost* tracker) {
+  Place place = PlaceOf(vhdx, true);
+  Vhdx::OnlyCheckingMetadataConsumer consumer;
+  Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false, tracker);
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  const std::uint64_t sectors = parameters.VirtualSize / parameters.LogicalSectorSize;
+
+  // Non-blocking only so that a FIFO in its place fails instead of hanging.
+  Descriptor out(::open(raw.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), raw);
+  struct stat image, container;
+  if (::fstat(out.Get(), &image) != 0) Fail("cannot read", raw);
+  if (!S_ISREG(image.st_mode)) throw std::runtime_error("'" + raw + "' is not a regular file");
+  // Writing into the container itself would destroy it.
+  if (::stat(vhdx.c_str(), &container) == 0 && container.st_dev == image.st_dev && container.st_ino == image.st_ino)
+    throw std::runtime_error("'" + raw + "' is the container itself");
+  // Changes only make sense on an earlier export of this disk; an image of
+  // another size is some other disk's.
+  if (static_cast<std::uint64_t>(image.st_size) != parameters.VirtualSize)
+    throw std::runtime_error("'" + raw + "' holds " + std::to_string(image.st_size) + " bytes, not the disk's " +
+                             std::to_string(parameters.VirtualSize) + "; nothing was written");
+
+  // Every question to the tracker is answered before the first byte moves,
+  // so that a refusal leaves the image as it was.
+  std::vector<Vhd::DiskArea> areas;
+  if (changeId == "*") {
+    // "*" is the data the chain holds, which leaves out the sectors it does
+    // not hold; the image may have data there, so the whole disk goes over.
+    areas.push_back({0, sectors});
+  } else {
+    struct Gather : Vhd::DiskAreaCollector {
+      explicit Gather(std::vector<Vhd::DiskArea>& to) : areas(to) {}
+      bool Collect(const Vhd::DiskArea& area) override {
+        areas.push_back(area);
+        return true;
+      }
+      std::vector<Vhd::DiskArea>& areas;
+    } gather(areas);
+    disk.GetChangedAreas(changeId, {0, sectors}, gather);
+  }
+
+  std::uint64_t total = 0;
+  for (const Vhd::DiskArea& area : areas) total += area.Size;
+  std::vector<std::uint8_t> buffer(kTransferBytes);
+  Progress progress(total * parameters.LogicalSectorSize);
+  std::uint64_t done = 0;
+  for (const Vhd::DiskArea& area : areas) {
+    const std::uint64_t end = std::min(parameters.VirtualSize, (area.Offset + area.Size) * parameters.LogicalSectorSize);
+    CopyOut(disk, area.Offset * parameters.LogicalSectorSize, end, out.Get(), raw, false, buffer, progress, done);
+  }
+  if (::fsync(out.Get()) != 0) Fail("cannot flush", raw);
+  out.Close();
+  progress.Finish();
+  std::printf("%llu sectors copied\n", static_cast<unsigned long long>(total));
+  return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 }  // namespace vrig
