@@ -13,6 +13,7 @@
 #include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/disk/disk_file_open.h"
 #include "vhdx/format/format.h"
+#include "sector_stream.h"
 #include "vhdx_access.h"
 #include "vhdx_commands.h"
 
@@ -207,49 +208,25 @@ int Read(std::vector<std::string> args) {
   Vhdx::OnlyCheckingMetadataConsumer consumer;
   Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
   CheckRange(disk, first, count);
-  const std::uint32_t sectorSize = disk.GetDiskParameters().LogicalSectorSize;
-  std::vector<std::uint8_t> buffer(kTransferBytes);
-  const std::uint64_t step = kTransferBytes / sectorSize;
-  for (std::uint64_t done = 0; done < count;) {
-    const std::uint64_t n = std::min(step, count - done);
-    disk.Read(first + done, n, buffer.data());
-    if (std::fwrite(buffer.data(), sectorSize, n, stdout) != n) throw std::runtime_error("cannot write the output");
-    done += n;
-  }
-  if (std::fflush(stdout) != 0) throw std::runtime_error("cannot write the output");
+  SectorsToStdout(first, count, disk.GetDiskParameters().LogicalSectorSize,
+                  [&](std::uint64_t sector, std::uint64_t n, void* buffer) { disk.Read(sector, n, buffer); });
   return 0;
 }
 
 int Write(std::vector<std::string> args) {
   const auto tracker = TrackerOption(args);
   Need(args, 2, "write <file> <first sector> [--tracker <db>]");
-  std::uint64_t sector = ParseNumber(args[1], "the first sector");
+  const std::uint64_t sector = ParseNumber(args[1], "the first sector");
   Place place = PlaceOf(args[0], false, tracker.get());
   Vhdx::OnlyCheckingMetadataConsumer consumer;
   Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
-  const std::uint32_t sectorSize = disk.GetDiskParameters().LogicalSectorSize;
   CheckRange(disk, sector, 0);
-  std::vector<std::uint8_t> buffer(kTransferBytes);
-  for (;;) {
-    std::size_t got = 0;
-    while (got < buffer.size()) {
-      const std::size_t n = std::fread(buffer.data() + got, 1, buffer.size() - got, stdin);
-      if (n == 0) break;
-      got += n;
-    }
-    if (std::ferror(stdin)) throw std::runtime_error("cannot read the input");
-    const std::uint64_t whole = got / sectorSize;
-    if (whole) {
-      CheckRange(disk, sector, whole);
-      disk.Write(sector, whole, buffer.data());
-      sector += whole;
-    }
-    if (got % sectorSize)
-      throw std::runtime_error("the input ends in " + std::to_string(got % sectorSize) +
-                               " bytes that make no whole sector of " + std::to_string(sectorSize) +
-                               "; they were not written");
-    if (got < buffer.size()) return 0;
-  }
+  StdinToSectors(sector, disk.GetDiskParameters().LogicalSectorSize,
+                 [&](std::uint64_t at, std::uint64_t n, const void* buffer) {
+                   CheckRange(disk, at, n);
+                   disk.Write(at, n, buffer);
+                 });
+  return 0;
 }
 
 // The changed sector ranges, "first count" a line, then the total.
