@@ -194,6 +194,24 @@ TEST_F(HardDiskTest, AttachRemoveAndMove) {
   EXPECT_EQ(ReadBytes(dir.Join("notes.txt")), "not a disk");
   EXPECT_TRUE(Exists(VmcPath("Odd")));
 
+  // A relative name that climbs out of the machine's folder is not taken:
+  // the absolute path stands, and the file outside is neither listed nor
+  // deleted with the disk.
+  vm = Create(u"Climb");
+  WriteBytes(dir.Join("victim.vhdx"), "vhdxfile, but not the machine's");
+  std::string climbing = ReadBytes(VmcPath("Climb"));
+  climbing.replace(climbing.find("<pci_bus/>"), 10,
+                   "<pci_bus><ide_adapter><ide_controller id=\"0\"><location id=\"0\"><pathname>"
+                   "<absolute type=\"string\">" + dir.Join("Climb/gone.vhdx") + "</absolute>"
+                   "<relative type=\"string\">../victim.vhdx</relative></pathname></location>"
+                   "</ide_controller></ide_adapter></pci_bus>");
+  vm = nullptr;
+  WriteBytes(VmcPath("Climb"), climbing);
+  vm = Open(VmcPath("Climb"));
+  EXPECT_EQ(List(vm), (std::vector<Slot>{{0, 0, 0, dir.Wide("Climb/gone.vhdx")}}));
+  EXPECT_FALSE(vm->RemoveHardDisk(0, 0, 0, true).IsEmpty()) << "the absolute file is not there";
+  EXPECT_TRUE(Exists(dir.Join("victim.vhdx")));
+
   // A slot that names no file at all makes every listing fail.
   vm = Create(u"Bad");
   std::string text = ReadBytes(VmcPath("Bad"));
