@@ -74,18 +74,22 @@ Common::Error MSVirtualPCImpl::GetServerType(std::uint32_t& type) {
   return Common::NoError;
 }
 
-// The forwarding operations let a failure to reach the root escape as a
-// thrown Common::Error: hosts rely on seeing it that way.
-Common::Error MSVirtualPCImpl::CreateObject(const wstring&, wstring&) {
-  Root();
-  // Machines that live only in memory are not built yet.
-  return Common::MessageError(VR_SITE, kNotImplemented);
+MSVPCDummyVMSupport& MSVirtualPCImpl::DummySupport() {
+  std::shared_ptr<rio_dir> root = Root();
+  if (!dummies_) dummies_ = MSVPCDummyVMSupport::Instance();
+  dummies_->SetRootOnce(root);
+  return *dummies_;
 }
 
-Common::Error MSVirtualPCImpl::GetObject(const wstring&,
-                                         Processor::AutoRef<VirtualWareRaw::PropertySet>&) {
-  Root();
-  return Common::MessageError(VR_SITE, kNotImplemented);
+// The forwarding operations let a failure to reach the root escape as a
+// thrown Common::Error: hosts rely on seeing it that way.
+Common::Error MSVirtualPCImpl::CreateObject(const wstring& typeOrXml, wstring& id) {
+  return DummySupport().CreateObject(typeOrXml, id);
+}
+
+Common::Error MSVirtualPCImpl::GetObject(const wstring& id,
+                                         Processor::AutoRef<VirtualWareRaw::PropertySet>& object) {
+  return DummySupport().GetObject(id, object);
 }
 
 Common::Error MSVirtualPCImpl::GetProperty(const wstring& name, std::vector<wstring>& values) {
@@ -146,6 +150,9 @@ Common::Error MSVirtualPCImpl::CreateVM(const wstring& storage, const Common::Cr
 
 Common::Error MSVirtualPCImpl::RemoveVM(const wstring& id, const Common::Credentials& credentials) {
   try {
+    // A dummy is answered from memory; any failure there means the
+    // identifier is no dummy, and the file system decides.
+    if (DummySupport().RemoveVM(id).IsEmpty()) return Common::NoError;
     std::shared_ptr<rio_dir> root = Root();
     Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::RemovingVM, {id});
     const char16_t* last = id.c_str();
@@ -177,6 +184,7 @@ Common::Error MSVirtualPCImpl::RemoveVM(const wstring& id, const Common::Credent
 Common::Error MSVirtualPCImpl::GetRegisteredVM(const wstring& id, const Common::Credentials& credentials,
                                                Processor::AutoRef<SafeVM>& vm) {
   try {
+    if (DummySupport().GetRegisteredVM(this, id, credentials, vm).IsEmpty()) return Common::NoError;
     std::shared_ptr<rio_dir> root = Root();
     Common::TraceMessage(2, Common::kProviderTraceModule, 0, Common::Msg::OpeningVM, {id});
     const char16_t* last = id.c_str();

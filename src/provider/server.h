@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "processor/interface_impl.h"
+#include "provider/dummy_vm.h"
 #include "vellumrig/server.h"
 
 namespace VirtualWareRaw {
@@ -67,8 +68,12 @@ class MSVirtualPCImpl final : public VirtualWareRaw::SafeVirtualServer,
  private:
   // The root folder, or the error 0x530040 "An internal error." without one.
   std::shared_ptr<rio_dir> Root() const;
+  // The process's registry of dummy machines, reached with the root the
+  // first time; throws like Root. The server keeps it alive while it lives.
+  MSVPCDummyVMSupport& DummySupport();
 
   std::shared_ptr<rio_dir> root_;
+  Processor::AutoRef<MSVPCDummyVMSupport> dummies_;
 };
 
 }  // namespace VirtualWareRaw
