@@ -1,6 +1,7 @@
 // vrig as a user runs it.
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -173,3 +174,34 @@ TEST(VrigTest, MachineDisksFromTheCommandLine) {
 }
 
 }  // namespace
+
+// A plan is checked and printed without a file being made; --create makes
+// exactly what it printed.
+TEST(VrigTest, APlanIsCheckedBeforeTheMachineIsMade) {
+  const HostTest::TempDir dir;
+  const std::string plan = "vm plan " + dir.Path() + " Web --memory 2G --disk scsi:0:0:system.vhdx:8M";
+  const VrigRun dry = Vrig(plan);
+  ASSERT_EQ(dry.status, 0) << dry.output;
+  EXPECT_NE(dry.output.find("disk scsi 0:0 " + dir.Join("Web/system.vhdx") +
+                            " 8M, 16384 sectors of 512 bytes, CHS 1/255/63"),
+            std::string::npos)
+      << dry.output;
+  EXPECT_FALSE(std::filesystem::exists(dir.Join("Web")));
+
+  const VrigRun refused = Vrig(plan + " --disk ide:0:1:big.vhdx:65T --disk scsi:0:0:twice.vhdx:1M --create");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.output.find("big.vhdx:65T: The target size of the virtual disk is not supported"),
+            std::string::npos)
+      << refused.output;
+  EXPECT_NE(refused.output.find("twice.vhdx:1M: its slot is already taken"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(dir.Join("Web")));
+
+  const VrigRun made = Vrig(plan + " --create");
+  ASSERT_EQ(made.status, 0) << made.output;
+  EXPECT_NE(made.output.find("created " + dir.Join("Web/Web.vmc")), std::string::npos) << made.output;
+  EXPECT_EQ(Vrig("vm disk list " + dir.Join("Web/Web.vmc")).output,
+            "scsi 0:0 " + dir.Join("Web/system.vhdx") + "\n");
+  const VrigRun again = Vrig(plan);
+  EXPECT_EQ(again.status, 1);
+  EXPECT_NE(again.output.find("already exists"), std::string::npos) << again.output;
+}

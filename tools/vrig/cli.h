@@ -1,6 +1,7 @@
 // What every vrig command shares: the module, failures, and text helpers.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -40,9 +41,17 @@ struct Session {
 // A property in its single form, or its list form joined by ", ".
 std::string PropertyText(VirtualWareRaw::PropertySet& properties, const std::u16string& name);
 
+// A property value from the command line in the form the module takes;
+// throws std::runtime_error for one the machine cannot hold.
+std::string ModuleValue(const std::string& property, const std::string& value);
+// "ide" or "scsi" as the module's bus type.
+std::uint32_t BusType(const std::string& name);
+
 int Info(const Module& module, const std::vector<std::string>& args);
 int Vm(const Module& module, std::vector<std::string> args);
 // `args` follow "vm disk".
 int VmDisk(Session& session, const std::vector<std::string>& args);
+// `args` follow "vm plan".
+int VmPlan(Session& session, std::vector<std::string> args);
 
 }  // namespace vrig

@@ -56,9 +56,10 @@ std::string MemoryText(const std::string& mebibytes) {
   return std::to_string(value) + "M";
 }
 
-// A value from the command line in the form the module takes, or a refusal
-// that says what the machine can hold: the module itself would silently
-// round memory down, wrap it, or keep one processor.
+}  // namespace
+
+// The module itself would silently round memory down, wrap it, or keep one
+// processor: vrig refuses such values with what the machine can hold.
 std::string ModuleValue(const std::string& property, const std::string& value) {
   if (property == "ID" || property == "FileName" || property == "GuestOS" || property == "PowerState")
     throw std::runtime_error(property + " is read-only; vrig can set Name, Memory and FirmwareType");
@@ -80,6 +81,8 @@ std::string ModuleValue(const std::string& property, const std::string& value) {
   }
   return value;
 }
+
+namespace {
 
 // The module writes the template over an existing machine; vrig keeps it
 // unless told.
@@ -147,6 +150,8 @@ int Vm(const Module& module, std::vector<std::string> args) {
     Check(session.Server->RemoveVM(Absolute(args[1])));
   } else if (what == "disk") {
     return VmDisk(session, std::vector<std::string>(args.begin() + 1, args.end()));
+  } else if (what == "plan") {
+    return VmPlan(session, std::vector<std::string>(args.begin() + 1, args.end()));
   } else if (what == "find") {
     Need(args, 2, "find <storage> <name>");
     auto workstation = Processor::QueryInterface<VirtualWareRaw::VirtualWorkstation>(session.Server);

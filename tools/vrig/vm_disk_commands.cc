@@ -20,12 +20,6 @@ using VirtualWareRaw::SafeVM;
 
 constexpr const char* kBusNames[] = {"ide", "scsi"};
 
-std::uint32_t BusType(const std::string& name) {
-  if (name == "ide") return 0;
-  if (name == "scsi") return 1;
-  throw UsageError{"the bus is ide or scsi, not " + name};
-}
-
 std::uint32_t Number32(const std::string& text, const std::string& what) {
   const std::uint64_t value = ParseNumber(text, what);
   if (value > UINT32_MAX) throw UsageError{what + " is too large: " + text};
@@ -100,6 +94,12 @@ void Need(const std::vector<std::string>& args, std::size_t count, const char* f
 }
 
 }  // namespace
+
+std::uint32_t BusType(const std::string& name) {
+  if (name == "ide") return 0;
+  if (name == "scsi") return 1;
+  throw UsageError{"the bus is ide or scsi, not " + name};
+}
 
 int VmDisk(Session& session, const std::vector<std::string>& args) {
   if (args.empty()) throw UsageError{"vm disk needs a command"};
