@@ -1,7 +1,7 @@
 // Rendering of an error chain as text, for hosts: the full text (message,
-// code, fields, site, then each cause) and UTF-16/UTF-8 conversion. Header
-// only: it reads records through their kind's operations and needs no symbol
-// of the module.
+// code, fields, site, then each cause) and UTF-16/UTF-8 conversion. The
+// conversions are inline; FullText is in the host library, and reads
+// records only through their kind's operations.
 #pragma once
 
 #include <cstdint>
@@ -81,63 +81,9 @@ inline std::u16string FromUtf8(std::string_view text) {
   return out;
 }
 
-namespace detail {
-
-inline std::u16string Widen(const char* text) {
-  return text ? FromUtf8(text) : std::u16string();
-}
-
-inline std::u16string FieldValue(const Error& error, const char* name) {
-  if (const char16_t* wide = error.GetWideString(name)) {
-    std::u16string v(wide);
-    return v.empty() ? v : u"\"" + v + u"\"";
-  }
-  if (const char* narrow = error.GetNarrowString(name)) {
-    std::u16string v = Widen(narrow);
-    return v.empty() ? v : u"\"" + v + u"\"";
-  }
-  const std::uint64_t n = error.GetNumber(name);
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%llu (0x%llX)", static_cast<unsigned long long>(n),
-                static_cast<unsigned long long>(n));
-  return Widen(buffer);
-}
-
-inline void AppendBlock(const Error& error, std::u16string& out) {
-  out += error.GetText();
-  char code[32];
-  std::snprintf(code, sizeof code, "0x%X", error.Code());
-  out += u"\n\n    Error code: ";
-  out += Widen(code);
-  if (const char* names = error.GetFieldNames()) {
-    std::string_view list(names);
-    bool first = true;
-    while (!list.empty()) {
-      const size_t comma = list.find(',');
-      const std::string name(list.substr(0, comma));
-      list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
-      if (!first) out += u",";
-      first = false;
-      out += u"\n    " + Widen(name.c_str()) + u" = " + FieldValue(error, name.c_str());
-    }
-  }
-  const ErrorSite site = error.Site();
-  out += u"\n    " + Widen(site.Function) + u" : " + Widen(site.File) + u"(" +
-         Widen(std::to_string(site.Line).c_str()) + u")";
-}
-
-}  // namespace detail
-
-// The full text of an error and each of its causes, outer meaning first.
-// Walks the chain in a loop, so a long chain needs no deep stack.
-inline std::u16string FullText(const Error& error) {
-  std::u16string out;
-  detail::AppendBlock(error, out);
-  for (Error cause = error.Reason(); cause.Code() != 0; cause = cause.Reason()) {
-    out += u"\n";
-    detail::AppendBlock(cause, out);
-  }
-  return out;
-}
+// The full text of an error and each of its causes, outer meaning first:
+// for each, its message, "Error code: 0x...", its fields and its site. In
+// the host library and the module; hosts link the host library.
+std::u16string FullText(const Error& error);
 
 }  // namespace Common

@@ -2,10 +2,12 @@
 
 #include <cstring>
 #include <string>
+#include <cerrno>
 #include <thread>
 
 #include <gtest/gtest.h>
 
+#include "common/error_format.h"
 #include "common/error_record.h"
 #include "common/message_error.h"
 #include "common/message_table.h"
@@ -250,6 +252,14 @@ TEST(ErrorTest, FullTextShowsEachBlockOfTheChainOuterFirst) {
             std::string::npos)
       << text;
   EXPECT_NE(text.find(" : tests/common/error_test.cc("), std::string::npos) << text;
+
+  // A record without text shows what its code means; a missing field "0 (0x0)".
+  Error file(VR_SITE, 0x40011);
+  file.AddReason(Error(VR_SITE, 0x7).AddWindowsError(ENOSPC));
+  const std::string fallback = ToUtf8(FullText(file));
+  EXPECT_EQ(fallback.find("Specified file does not exist.\n\n    Error code: 0x40011"), 0u) << fallback;
+  EXPECT_NE(fallback.find("No space left on device"), std::string::npos) << fallback;
+  EXPECT_EQ(ErrorFieldValue(file, "nothing", true), u"0 (0x0)");
 }
 
 TEST(ErrorTest, CopiesAcrossThreadsKeepTheCountExact) {
