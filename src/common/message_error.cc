@@ -1,9 +1,24 @@
 #include "common/message_error.h"
 
+#include <atomic>
+
 namespace Common {
+namespace {
+
+std::atomic<MessageFormatter> formatter{nullptr};
+
+}  // namespace
+
+void SetMessageFormatter(MessageFormatter f) noexcept { formatter.store(f, std::memory_order_release); }
 
 std::u16string FillPlaceholders(std::u16string_view pattern,
                                 std::initializer_list<std::u16string_view> args) {
+  if (MessageFormatter f = formatter.load(std::memory_order_acquire)) return f(pattern, args.begin(), args.size());
+  return SubstitutePlaceholders(pattern, args.begin(), args.size());
+}
+
+std::u16string SubstitutePlaceholders(std::u16string_view pattern, const std::u16string_view* args,
+                                      std::size_t count) {
   std::u16string out;
   out.reserve(pattern.size());
   for (std::size_t i = 0; i < pattern.size(); ++i) {
@@ -12,8 +27,8 @@ std::u16string FillPlaceholders(std::u16string_view pattern,
       std::size_t n = 0;
       while (j < pattern.size() && pattern[j] >= u'0' && pattern[j] <= u'9' && j - i <= 4)
         n = n * 10 + static_cast<std::size_t>(pattern[j++] - u'0');
-      if (j > i + 1 && j < pattern.size() && pattern[j] == u'}' && n < args.size()) {
-        out += *(args.begin() + n);
+      if (j > i + 1 && j < pattern.size() && pattern[j] == u'}' && n < count) {
+        out += args[n];
         i = j;
         continue;
       }

@@ -20,10 +20,19 @@ struct ErrorMessage {
   std::uint32_t Entry;
 };
 
-// Replaces each "{n}" with the n-th argument; a placeholder without an
-// argument stays as it is.
+// Fills a pattern's placeholders with the arguments, as texts. The module
+// installs its message format; without it (the host library) each "{n}" is
+// replaced by the n-th argument, and a placeholder without one stays.
 std::u16string FillPlaceholders(std::u16string_view pattern,
                                 std::initializer_list<std::u16string_view> args);
+
+// Each "{n}" replaced by the n-th argument, nothing else.
+std::u16string SubstitutePlaceholders(std::u16string_view pattern, const std::u16string_view* args,
+                                      std::size_t count);
+
+using MessageFormatter = std::u16string (*)(std::u16string_view pattern, const std::u16string_view* args,
+                                            std::size_t count);
+void SetMessageFormatter(MessageFormatter formatter) noexcept;
 
 // Without arguments the text stays in the table and the record points at it.
 Error MessageError(const ErrorSite& site, ErrorMessage message) noexcept;
