@@ -146,10 +146,14 @@ void Variant::TakeFrom(Variant& other) noexcept {
   type_ = other.type_;
   if (type_ == TError) {
     new (value_.error) Common::Error(std::move(other.ErrorRef()));
+    other.ErrorRef().~Error();
   } else {
     value_ = other.value_;
   }
-  other.Clear();
+  // The content now belongs here: `other` is emptied without releasing it.
+  other.type_ = TEmpty;
+  other.meta_ = nullptr;
+  other.value_.u64 = 0;
 }
 
 Variant::~Variant() { Clear(); }

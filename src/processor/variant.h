@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "processor/meta_class.h"
 #include "vellumrig/error.h"
 #include "vellumrig/ref.h"
 #include "vellumrig/string.h"
@@ -80,7 +81,8 @@ class Variant {
   // through the meta-class. A null pointer is allowed.
   Variant(void* pointer, MetaClass* meta) noexcept;
   template <class I>
-  explicit Variant(const AutoRef<I>& ref) noexcept : Variant(ref.Get(), MetaOf(ref.Get())) {}
+  explicit Variant(const AutoRef<I>& ref)
+      : Variant(ref.Get(), InterfaceMetaClass<I>::Instance()) {}
   Variant(AutoRef<BinaryBlock> block) noexcept;
 
   static Variant Date(double milliseconds) noexcept;
@@ -127,10 +129,6 @@ class Variant {
   static const char* TypeName(Type type);
 
  private:
-  template <class I>
-  static MetaClass* MetaOf(I* pointer) {
-    return pointer ? static_cast<Interface*>(pointer)->GetMetaClass() : nullptr;
-  }
   // What a failure shows of the value: never throws.
   String ShownValue() const;
   [[noreturn]] void ThrowConversion(Type target) const;
