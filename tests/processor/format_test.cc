@@ -156,7 +156,8 @@ TEST(LocalFormsTest, NumbersAndSizesFollowTheEnvironmentsLocale) {
   } cases[] = {
       {"LANG=de_DE.UTF-8",
        {{"int", "1.234.567"}, {"double", "-1.234,5"}, {"double2", "1.234.567,5"},
-        {"icu", "1.234,50"}, {"size", "1,5 GB"}, {"bytes", "512 Bytes"}, {"carry", "1 MB"}, {"parseComma", "1610612736"}}},
+        {"icu", "1.234,50"}, {"size", "1,5 GB"}, {"bytes", "512 Bytes"}, {"carry", "1 MB"},
+        {"parseComma", "1610612736"}}},
       {"LANG=en_US.UTF-8",
        {{"int", "1,234,567"}, {"double", "-1,234.5"}, {"icu", "1,234.50"}, {"size", "1.5 GB"},
         {"bytes", "512 bytes"}, {"parseDot", "1610612736"}}},

@@ -169,7 +169,15 @@ double NumberFormatWin::Parse(const String& text, std::int32_t start,
     while (isDigit(at)) ascii += static_cast<char>(text.charAt(at++));
   }
   double value = 0.0;
-  std::from_chars(ascii.data(), ascii.data() + ascii.size(), value);
+  const auto [end, error] = std::from_chars(ascii.data(), ascii.data() + ascii.size(), value);
+  (void)end;
+  if (error == std::errc::result_out_of_range) {
+    // Too many digits for a double: a whole part beyond the range is
+    // infinite, a fraction below it is 0; never a silent wrong number.
+    const std::size_t point = std::min(ascii.find('.'), ascii.size());
+    const bool big = ascii.find_first_of("123456789") < point;
+    value = big ? (ascii[0] == '-' ? -HUGE_VAL : HUGE_VAL) : 0.0;
+  }
   position = at;
   return value;
 }

@@ -16,7 +16,8 @@ constexpr double kFactors[DISK_SIZE_FORMAT_COUNT] = {
     1.0, 1024.0, 1024.0 * 1024, 1024.0 * 1024 * 1024, 1024.0 * 1024 * 1024 * 1024};
 
 constexpr std::uint32_t kUnitEntries[DISK_SIZE_FORMAT_COUNT] = {
-    Common::Msg::SizeUnitBytes, Common::Msg::SizeUnitKB, Common::Msg::SizeUnitMB, Common::Msg::SizeUnitGB, Common::Msg::SizeUnitTB};
+    Common::Msg::SizeUnitBytes, Common::Msg::SizeUnitKB, Common::Msg::SizeUnitMB,
+    Common::Msg::SizeUnitGB, Common::Msg::SizeUnitTB};
 
 class SizeFormatImpl final : public SizeFormat {
  public:
