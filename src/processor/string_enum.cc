@@ -1,6 +1,7 @@
 #include "processor/string_enum.h"
 
-#include <cstdio>
+#include <charconv>
+#include <cstring>
 #include <string_view>
 
 #include "common/message_error.h"
@@ -14,10 +15,12 @@ StringEnum::Entry::Entry(const char* declaration, std::int32_t& running) {
   while (*p && *p != ' ' && *p != '\t' && *p != '=') ++p;
   Text.assign(text, p);
   while (*p && (*p < '0' || *p > '9')) ++p;
-  int number = 0;
+  std::int32_t number = 0;
   // A first digit 9 is not read as a number: such an entry counts on like
-  // one without a value.
-  if (*p >= '0' && *p <= '8' && std::sscanf(p, "%d", &number) == 1) {
+  // one without a value. A number beyond 32 bits counts the same way
+  // instead of wrapping.
+  const char* end = p + std::strlen(p);
+  if (*p >= '0' && *p <= '8' && std::from_chars(p, end, number).ec == std::errc()) {
     Value = number;
   } else {
     Value = running;

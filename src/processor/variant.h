@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "processor/meta_class.h"
 #include "vellumrig/error.h"
