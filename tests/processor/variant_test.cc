@@ -1,4 +1,5 @@
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -29,6 +30,20 @@ std::string Text(const Variant& v) {
 }
 
 std::string Utf8(const std::u16string& s) { return Utf8(String(s)); }
+
+// The texts below are the English catalogue's, whatever the user's language.
+class EnglishMessages {
+ public:
+  EnglishMessages() {
+    if (const char* v = std::getenv("LANGUAGE")) saved_ = v, had_ = true;
+    setenv("LANGUAGE", "en", 1);
+  }
+  ~EnglishMessages() { had_ ? setenv("LANGUAGE", saved_.c_str(), 1) : unsetenv("LANGUAGE"); }
+
+ private:
+  std::string saved_;
+  bool had_ = false;
+};
 
 TEST(VariantTest, ToDoubleConvertsNumbersTextsAndSizes) {
   struct Case {
@@ -71,6 +86,7 @@ TEST(VariantTest, ToStringGivesTheFixedForms) {
 
 // Each case: what is done, the code and the text of the failure.
 TEST(VariantTest, FailuresCarryTheirCodesAndTexts) {
+  EnglishMessages english;
   const Common::Error cause(VR_SITE, 0x3C0001, u"Broken.");
   const Variant error(cause);
   const Variant empty;
@@ -138,6 +154,7 @@ TEST(VariantTest, ThePoolKeepsTenStringsAndDestroysTheEleventh) {
 }
 
 TEST(StringEnumTest, DeclarationsCountLikeAnEnumAndUnknownValuesFail) {
+  EnglishMessages english;
   std::int32_t running = 0;
   const StringEnum::Entry entries[] = {{"A", running},      {"B = 7", running}, {"C", running},
                                        {"D = 95", running}, {"E\t= 20", running}};
