@@ -234,9 +234,12 @@ TEST(ErrorTest, MessageErrorsFillPlaceholdersAndKeepBareTextsInTheTable) {
   EXPECT_EQ(reinterpret_cast<const char16_t*>(RecordSlots(bare.Record())[0]),
             GetMessage(Msg::InternalError));
 
-  EXPECT_EQ(FillPlaceholders(u"{1} before {0}; {2} stays, {x} too", {u"a", u"b"}),
+  const std::u16string_view two[] = {u"a", u"b"};
+  EXPECT_EQ(SubstitutePlaceholders(u"{1} before {0}; {2} stays, {x} too", two, 2),
             u"b before a; {2} stays, {x} too");
-  EXPECT_EQ(FillPlaceholders(u"trailing {", {u"a"}), u"trailing {");
+  EXPECT_EQ(SubstitutePlaceholders(u"trailing {", two, 1), u"trailing {");
+  // In the module the message format fills them, quotes and all.
+  EXPECT_EQ(FillPlaceholders(u"\uF800{0}\uF800 is {0}", {u"a"}), u"{0} is a");
 }
 
 TEST(ErrorTest, FullTextShowsEachBlockOfTheChainOuterFirst) {
