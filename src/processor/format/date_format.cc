@@ -20,7 +20,9 @@ class DateFormatWin final : public DateFormat {
     if (style < 0 || style > 3) style = 0;
     // ICU counts the other way round: kFull is 0, kShort 3.
     const auto icuStyle = static_cast<icu::DateFormat::EStyle>(3 - style);
-    const icu::Locale locale = EnvironmentLocale("LC_TIME");
+    // The user's settings are read once per process, as the number settings
+    // are: a message must not change its form halfway through a run.
+    static const icu::Locale locale = EnvironmentLocale("LC_TIME");
     switch (kind) {
       case kDate: format_.reset(icu::DateFormat::createDateInstance(icuStyle, locale)); break;
       case kTime: format_.reset(icu::DateFormat::createTimeInstance(icuStyle, locale)); break;
