@@ -23,7 +23,7 @@ using VirtualWareRaw::SafeVM;
 constexpr std::uint32_t kSectorSize = 512;
 
 struct PlannedDisk {
-  std::string Spec;  // as given, for messages
+  std::string Given;  // as the user wrote it, for messages
   std::uint32_t BusType = 0, Bus = 0, Location = 0;
   std::string File;
   std::uint64_t Size = 0;
@@ -36,18 +36,18 @@ std::uint32_t Number32(const std::string& text, const std::string& what) {
 }
 
 // "ide:0:1:data.vhdx:40G"; the file name may itself hold ":".
-PlannedDisk ParseDisk(const std::string& spec) {
-  const std::size_t a = spec.find(':'), b = spec.find(':', a + 1), c = spec.find(':', b + 1);
-  const std::size_t last = spec.rfind(':');
+PlannedDisk ParseDisk(const std::string& text) {
+  const std::size_t a = text.find(':'), b = text.find(':', a + 1), c = text.find(':', b + 1);
+  const std::size_t last = text.rfind(':');
   if (a == std::string::npos || b == std::string::npos || c == std::string::npos || last <= c)
-    throw UsageError{"a disk is <ide|scsi>:<bus>:<slot>:<file>:<size>, not " + spec};
+    throw UsageError{"a disk is <ide|scsi>:<bus>:<slot>:<file>:<size>, not " + text};
   PlannedDisk disk;
-  disk.Spec = spec;
-  disk.BusType = BusType(spec.substr(0, a));
-  disk.Bus = Number32(spec.substr(a + 1, b - a - 1), "the bus");
-  disk.Location = Number32(spec.substr(b + 1, c - b - 1), "the slot");
-  disk.File = spec.substr(c + 1, last - c - 1);
-  disk.Size = ParseSize(spec.substr(last + 1));
+  disk.Given = text;
+  disk.BusType = BusType(text.substr(0, a));
+  disk.Bus = Number32(text.substr(a + 1, b - a - 1), "the bus");
+  disk.Location = Number32(text.substr(b + 1, c - b - 1), "the slot");
+  disk.File = text.substr(c + 1, last - c - 1);
+  disk.Size = ParseSize(text.substr(last + 1));
   // The dummy checks a VHDX disk; other names get the older format's rules
   // when made, and the plan would not have checked those.
   std::string extension = disk.File.substr(disk.File.rfind('.') + 1);
@@ -58,7 +58,7 @@ PlannedDisk ParseDisk(const std::string& spec) {
     throw UsageError{"a planned disk is a bare name in the machine's folder, not " + disk.File};
   // A real disk rounds its size up to whole sectors, a dummy down.
   if (disk.Size == 0 || disk.Size % kSectorSize)
-    throw UsageError{"a disk size is a positive number of whole " + std::to_string(kSectorSize) + "-byte sectors: " + spec};
+    throw UsageError{"a disk size is a positive number of whole " + std::to_string(kSectorSize) + "-byte sectors: " + text};
   return disk;
 }
 
@@ -162,18 +162,18 @@ int VmPlan(Session& session, std::vector<std::string> args) {
   for (const PlannedDisk& d : disks) {
     // The dummy lets two disks share a slot; the real machine would not.
     if (!slots.insert({d.BusType, d.Bus, d.Location}).second) {
-      problems.push_back("disk " + d.Spec + ": its slot is already taken by another disk of the plan");
+      problems.push_back("disk " + d.Given + ": its slot is already taken by another disk of the plan");
       continue;
     }
     // Looked at, not touched: the machine would refuse to write over it.
     if (std::filesystem::exists(folder + d.File)) {
-      problems.push_back("disk " + d.Spec + ": the file " + folder + d.File + " exists");
+      problems.push_back("disk " + d.Given + ": the file " + folder + d.File + " exists");
       continue;
     }
     AutoRef<SafeHardDisk> disk;
     if (Common::Error error = dummy->AddHardDisk(Processor::String(Wide(d.File)), d.BusType, d.Bus, d.Location,
                                                  d.Size, kSectorSize, disk)) {
-      problems.push_back("disk " + d.Spec + ": " + OneLine(error));
+      problems.push_back("disk " + d.Given + ": " + OneLine(error));
       continue;
     }
     AutoRef<VirtualWareRaw::SafeRawHardDisk> raw;
