@@ -34,11 +34,13 @@ Logging_GetTracerFn Load() {
   candidates[count++] = LOGGING_LIBRARY_NAME;
   for (int i = 0; i < count; ++i) {
     // Never unloaded: lines may still come while the process or module ends.
-    auto* library = new Common::DelayLoadedLibrary(candidates[i]);
+    static Common::DelayLoadedLibrary* library = nullptr;
+    library = new Common::DelayLoadedLibrary(candidates[i]);
     try {
       return library->Function<std::remove_pointer_t<Logging_GetTracerFn>>("Logging_GetTracer");
     } catch (const Common::Error&) {
       delete library;
+      library = nullptr;
     }
   }
   return nullptr;
