@@ -1,6 +1,7 @@
 #include "common/trace.h"
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 #include "common/assert.h"
@@ -87,31 +88,31 @@ void SetTraceLevel(int level) noexcept { g_traceLevel.store(level, std::memory_o
 int GetTraceLevel() noexcept { return g_traceLevel.load(std::memory_order_relaxed); }
 void SetTraceSilent(bool silent) noexcept { g_silent.store(silent, std::memory_order_relaxed); }
 
-void RegisterTraceLogic(TraceLogic* sink) {
+namespace {
+
+template <class AddTo>
+void Register(const AddTo& add) {
   MutexGuard guard(RegistrationLock());
   if (CompositeTraceLogic* composite = g_composite.load(std::memory_order_acquire)) {
-    composite->Add(sink);
+    add(*composite);
     return;
   }
   // Filled before it is published, so a trace on another thread sees either
   // no composite or a complete one.
-  auto* composite = new CompositeTraceLogic;
-  composite->Add(sink);
-  g_composite.store(composite, std::memory_order_release);
+  auto composite = std::make_unique<CompositeTraceLogic>();
+  add(*composite);
+  g_composite.store(composite.release(), std::memory_order_release);
   SetAssertSink(AssertEvent);
 }
 
+}  // namespace
+
+void RegisterTraceLogic(TraceLogic* sink) {
+  Register([sink](CompositeTraceLogic& composite) { composite.Add(sink); });
+}
+
 void RegisterTraceLogic(TraceLogic* sink, std::uint32_t tag) {
-  MutexGuard guard(RegistrationLock());
-  CompositeTraceLogic* composite = g_composite.load(std::memory_order_acquire);
-  if (composite) {
-    composite->AddTagged(sink, tag);
-    return;
-  }
-  composite = new CompositeTraceLogic;
-  composite->AddTagged(sink, tag);
-  g_composite.store(composite, std::memory_order_release);
-  SetAssertSink(AssertEvent);
+  Register([sink, tag](CompositeTraceLogic& composite) { composite.AddTagged(sink, tag); });
 }
 
 void UnregisterTraceLogic(TraceLogic* sink) {
