@@ -9,10 +9,13 @@
 //   VELLUMRIG_JOURNAL_SOCKET     the journal's socket, whose absence means
 //                                there is no journal (default
 //                                /run/systemd/journal/socket)
+//   VELLUMRIG_LOGGING_LEVEL      drop lines below this level, whatever the
+//                                level of the module that sends them
 #include <sys/uio.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -137,10 +140,20 @@ void WriteToStderr(uint32_t tag, int level, uint32_t module, uint32_t code, cons
   }
 }
 
+// Each copy of the engine in a process (the module, a program's own) keeps
+// its own level; this one applies to them all.
+int LowestLevel() {
+  static const int lowest = [] {
+    const char* text = std::getenv("VELLUMRIG_LOGGING_LEVEL");
+    return text && *text ? std::atoi(text) : INT32_MIN;
+  }();
+  return lowest;
+}
+
 void Emit(uint32_t tag, int level, uint32_t module, uint32_t code, const char16_t* text, const void* data,
           size_t size) {
   const Destination destination = CurrentDestination();
-  if (destination == Destination::Off) return;
+  if (destination == Destination::Off || level < LowestLevel()) return;
   try {
     const std::string utf8 = Utf8(text);
     if (destination == Destination::Journal && SendToJournal(tag, level, module, code, utf8, data, size))

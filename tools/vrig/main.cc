@@ -94,7 +94,7 @@ constexpr char kUsage[] =
     "through it, new ones are put on its record, and change IDs are its own.\n";
 
 // "--trace <level>" before the command: the level for the engine linked in
-// here, and trace lines switched on for the module too. Without it vrig's
+// here and for the loaded module's lines. Without it vrig's
 // output stays its own: the logging library is told to drop every line.
 bool TakeTraceOption(std::vector<std::string>& words) {
   if (words.empty() || words[0] != "--trace") {
@@ -106,6 +106,8 @@ bool TakeTraceOption(std::vector<std::string>& words) {
   const long level = std::strtol(words[1].c_str(), &end, 10);
   if (words[1].empty() || *end != '\0' || level < -1000 || level > 1000) return false;
   Common::SetTraceLevel(static_cast<int>(level));
+  // The loaded module keeps its own level; the logging library applies this one to it.
+  ::setenv("VELLUMRIG_LOGGING_LEVEL", words[1].c_str(), 1);
   Logging::RegisterLoggingSink();
   words.erase(words.begin(), words.begin() + 2);
   return true;
