@@ -11,6 +11,8 @@ packages=(
   libgtest-dev   # tests
   libbenchmark-dev  # bench/: the engine benchmark (scripts/bench.sh)
   libsqlite3-dev # the host library's file tracker keeps its records in SQLite
+  libsystemd-dev # the logging library writes to the systemd journal
+  pkg-config     # finds libsystemd for the build
   libzip-dev     # reading the resource archive (loaded at run time; headers at build)
   clang          # fuzz harnesses
   libclang-rt-14-dev  # libFuzzer and the sanitizer runtimes for clang

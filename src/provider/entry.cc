@@ -1,5 +1,6 @@
 // The module's only export.
 #include "common/assert.h"
+#include "common/logging_bind.h"
 #include "common/site.h"
 #include "provider/errors.h"
 #include "provider/server.h"
@@ -8,6 +9,9 @@ extern "C" __attribute__((visibility("default"))) void SafeOpenVirtualServer(
     Common::Error& error, std::int32_t type,
     Processor::AutoRef<VirtualWareRaw::SafeVirtualServer>& server) {
   try {
+    // The host's first call is where the module's trace lines get their
+    // destination; before it the module has traced nothing.
+    Logging::RegisterLoggingSink();
     if (!VR_ASSERT(type == VirtualWareRaw::SERVER_TYPE_MS_VIRTUAL_PC)) {
       error = Common::MessageError(VR_SITE, VirtualWareRaw::kOpenServerFailed);
       return;

@@ -108,3 +108,18 @@ TEST_F(QemuLogTest, WritableOpenRepairsTheFileForQemu) {
 }
 
 }  // namespace
+
+// A user sees the replay as it happens with --trace, and not without it.
+TEST_F(QemuLogTest, VrigTraceShowsTheReplaySteps) {
+  const std::string info = std::string(VRIG_PATH) + " vhdx info " + path;
+  const Outcome traced = Shell("VELLUMRIG_LOGGING=stderr " + std::string(VRIG_PATH) + " --trace 2 vhdx info " + path);
+  EXPECT_EQ(traced.status, 0) << traced.output;
+  EXPECT_NE(traced.output.find("vellumrig: level 2, facility 83, code 0x0: Reading log entry at offset"),
+            std::string::npos)
+      << traced.output;
+  EXPECT_NE(traced.output.find("Processing of the log entry finished"), std::string::npos) << traced.output;
+  const Outcome quiet = Shell("VELLUMRIG_LOGGING=stderr " + info);
+  EXPECT_EQ(quiet.status, 0) << quiet.output;
+  EXPECT_EQ(quiet.output.find("Reading log entry"), std::string::npos) << quiet.output;
+  EXPECT_EQ(Shell(std::string(VRIG_PATH) + " --trace two vhdx info " + path).status, 2);
+}

@@ -38,6 +38,16 @@ TEST(VrigTest, InfoPrintsEveryPropertyInOrderInTheLanguageOfTheEnvironment) {
   EXPECT_NE(unknown.output.find("ResourceName = VHDX files\n"), std::string::npos) << unknown.output;
 }
 
+// The module keeps its own level; --trace governs its lines all the same.
+TEST(VrigTest, TraceLevelGovernsTheModulesLines) {
+  const HostTest::TempDir dir;
+  const std::string env = "LANGUAGE=en VELLUMRIG_LOGGING=stderr";
+  const VrigRun shown = Vrig("--trace 2 vm find " + dir.Path() + " Web", env);
+  EXPECT_NE(shown.output.find("vellumrig: level 2, facility 83, code 0x0: "), std::string::npos) << shown.output;
+  const VrigRun above = Vrig("--trace 3 vm find " + dir.Path() + " Web", env);
+  EXPECT_EQ(above.output.find("vellumrig: level 2"), std::string::npos) << above.output;
+}
+
 TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
   const HostTest::TempDir dir;
   const std::string& storage = dir.Path();

@@ -7,11 +7,14 @@
 // Errors are printed as their full text with the chain of causes, and the
 // exit status is non-zero.
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "cli.h"
+#include "common/logging_bind.h"
+#include "common/trace.h"
 #include "track_commands.h"
 #include "vhdx_commands.h"
 
@@ -21,7 +24,11 @@ constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 
 constexpr char kUsage[] =
-    "usage: vrig <command> [arguments]\n"
+    "usage: vrig [--trace <level>] <command> [arguments]\n"
+    "\n"
+    "--trace <level> shows the engine's trace lines at that level and above (0 all,\n"
+    "2 the default, which includes log replay) in the systemd journal, or on\n"
+    "standard error where there is none.\n"
     "\n"
     "commands:\n"
     "  info                              the server's properties, 'Name = value' a line\n"
@@ -86,15 +93,40 @@ constexpr char kUsage[] =
     "--tracker names a database made by track start: containers are written\n"
     "through it, new ones are put on its record, and change IDs are its own.\n";
 
+// "--trace <level>" before the command: the level for the engine linked in
+// here and for the loaded module's lines. Without it vrig's
+// output stays its own: the logging library is told to drop every line.
+bool TakeTraceOption(std::vector<std::string>& words) {
+  if (words.empty() || words[0] != "--trace") {
+    ::setenv("VELLUMRIG_LOGGING", "off", 1);
+    return true;
+  }
+  if (words.size() < 2) return false;
+  char* end = nullptr;
+  const long level = std::strtol(words[1].c_str(), &end, 10);
+  if (words[1].empty() || *end != '\0' || level < -1000 || level > 1000) return false;
+  Common::SetTraceLevel(static_cast<int>(level));
+  // The loaded module keeps its own level; the logging library applies this one to it.
+  ::setenv("VELLUMRIG_LOGGING_LEVEL", words[1].c_str(), 1);
+  Logging::RegisterLoggingSink();
+  words.erase(words.begin(), words.begin() + 2);
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
+  std::vector<std::string> words(argv + 1, argv + argc);
+  if (!TakeTraceOption(words)) {
+    std::fprintf(stderr, "vrig: --trace takes a level, a whole number\n\n%s", kUsage);
+    return kExitUsage;
+  }
+  if (words.empty()) {
     std::fputs(kUsage, stderr);
     return kExitUsage;
   }
-  const std::string command = argv[1];
-  const std::vector<std::string> args(argv + 2, argv + argc);
+  const std::string command = words[0];
+  const std::vector<std::string> args(words.begin() + 1, words.end());
   if (command == "help" || command == "--help" || command == "-h") {
     std::fputs(kUsage, stdout);
     return 0;
