@@ -46,6 +46,18 @@ TEST(VrigTest, TraceLevelGovernsTheModulesLines) {
   EXPECT_NE(shown.output.find("vellumrig: level 2, facility 83, code 0x0: "), std::string::npos) << shown.output;
   const VrigRun above = Vrig("--trace 3 vm find " + dir.Path() + " Web", env);
   EXPECT_EQ(above.output.find("vellumrig: level 2"), std::string::npos) << above.output;
+
+  // Copies of vrig and the module without the logging library: tracing
+  // goes quiet and the command works.
+  const std::string bin = dir.Join("bin"), lib = dir.Join("lib");
+  ASSERT_EQ(std::system(("mkdir " + bin + " " + lib + " && cp " + VRIG_PATH + " " + bin + " && cp " +
+                         VELLUMRIG_MODULE_PATH + " " + lib)
+                            .c_str()),
+            0);
+  const VrigRun quiet = Vrig("--trace 0 vm find " + dir.Path() + " Web", env + " LD_LIBRARY_PATH=", ".", bin + "/vrig");
+  EXPECT_EQ(quiet.status, 1) << quiet.output;
+  EXPECT_NE(quiet.output.find("no machine 'Web'"), std::string::npos) << quiet.output;
+  EXPECT_EQ(quiet.output.find("vellumrig: level"), std::string::npos) << quiet.output;
 }
 
 TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
