@@ -8,12 +8,6 @@
 #include "provider/errors.h"
 
 namespace VirtualWareRaw {
-namespace {
-
-constexpr ErrorMessage kDummyCollectionIndex{0x530023, Msg::CollectionIndex};
-
-}  // namespace
-
 DummyVirtualMachineDisk::DummyVirtualMachineDisk(DiskParametersPtr params)
     : params_(std::move(params)), busCode_(FdiskBusCode(params_->BusType)) {
   VR_ASSERT(params_->MBR.size() == params_->SectorSize);
@@ -114,17 +108,6 @@ Common::Error DummyHDD::GetLocation(std::uint32_t& location) {
 Common::Error DummyHDD::GetRawDisk(Processor::AutoRef<SafeRawHardDisk>& raw) {
   if (!raw_) raw_ = Processor::MakeRef<SafeRawHardDisk, DummyRawHardDisk>(params_);
   raw = raw_;
-  return Common::NoError;
-}
-
-Common::Error DummyHDDCollection::GetCount(std::uint32_t& count) {
-  count = static_cast<std::uint32_t>(disks_.size());
-  return Common::NoError;
-}
-
-Common::Error DummyHDDCollection::GetItem(std::uint32_t index, Processor::AutoRef<SafeHardDisk>& disk) {
-  if (index >= disks_.size()) return Common::MessageError(VR_SITE, kDummyCollectionIndex);
-  disk = Processor::MakeRef<SafeHardDisk, DummyHDD>(disks_[index]);
   return Common::NoError;
 }
 

@@ -1,5 +1,5 @@
 // The hard disks of a machine that exists only in memory: DiskParameters
-// describe one, DummyHDD and its collection hand them to a host, and the
+// describe one, DummyHDD hands one to a host (in the provider's collection), and the
 // sector view (DummyVirtualMachineDisk) reads zeros and keeps the first
 // sector, the boot record, in memory. Nothing here touches a file.
 // Module-internal; DummyVM makes them.
@@ -94,25 +94,6 @@ class DummyHDD final : public SafeHardDisk {
  private:
   DiskParametersPtr params_;
   Processor::AutoRef<SafeRawHardDisk> raw_;
-};
-
-// A copy of the machine's list at the time it was asked for.
-class DummyHDDCollection final : public SafeHardDiskCollection {
- public:
-  explicit DummyHDDCollection(std::vector<DiskParametersPtr> disks) : disks_(std::move(disks)) {}
-
-  Common::Error GetCount(std::uint32_t& count) override;
-  Common::Error GetItem(std::uint32_t index, Processor::AutoRef<SafeHardDisk>& disk) override;
-
-  void GetInterface(Processor::InterfaceRef& out, std::uint32_t id) override {
-    Processor::FindInterface<SafeHardDiskCollection>(this, out, id);
-  }
-  Processor::MetaClass* GetMetaClass() override {
-    return Processor::InterfaceMetaClass<SafeHardDiskCollection>::Instance();
-  }
-
- private:
-  std::vector<DiskParametersPtr> disks_;
 };
 
 }  // namespace VirtualWareRaw

@@ -10,6 +10,7 @@
 #include "provider/disk_traits.h"
 #include "provider/errors.h"
 #include "provider/file_utilities.h"
+#include "provider/hard_disk.h"
 #include "provider/machine.h"
 #include "provider/xml_helpers.h"
 #include "virtual_disks/disk_parameters.h"
@@ -22,6 +23,7 @@ constexpr ErrorMessage kCreateObjectFailed{0x530079, Msg::CreateObjectFailed};
 constexpr ErrorMessage kObtainObjectFailed{0x53007A, Msg::ObtainObjectFailed};
 constexpr ErrorMessage kRegisteredVMNotFound{0x530016, Msg::RegisteredVMNotFound};
 constexpr ErrorMessage kHddByAddressNotFound{0x530064, Msg::HddByAddressNotFound};
+constexpr ErrorMessage kDummyCollectionIndex{0x530023, Msg::CollectionIndex};
 
 // The aliases this thread is resolving right now. A link may lead to a
 // further link; one that leads back to an alias being resolved would
@@ -206,7 +208,11 @@ Common::Error DummyVM::ResizeHardDisk(std::uint32_t, std::uint32_t, std::uint32_
 }
 
 Common::Error DummyVM::GetHardDisks(Processor::AutoRef<SafeHardDiskCollection>& disks) {
-  disks = Processor::MakeRef<SafeHardDiskCollection, DummyHDDCollection>(disks_);
+  // A copy of the list as it stands; its disk objects share their
+  // parameters with the machine's.
+  auto list = Processor::MakeRef<HardDiskCollection, HardDiskCollection>(kDummyCollectionIndex);
+  for (const DiskParametersPtr& parameters : disks_) list->Add(Processor::MakeRef<SafeHardDisk, DummyHDD>(parameters));
+  disks = list;
   return Common::NoError;
 }
 
