@@ -1,0 +1,55 @@
+#include "xml/binary_text.h"
+
+#include "xml/utf8.h"
+
+namespace Xml {
+
+void AppendStoredText(std::string& out, std::u16string_view text) {
+  out.reserve(out.size() + text.size());
+  for (std::size_t i = 0; i < text.size();) {
+    if (text[i] < 0x80) {
+      out.push_back(static_cast<char>(text[i++]));
+      continue;
+    }
+    const CodePointAt c = ReadCodePoint(text, i);
+    AppendCodePointAsUtf8(out, c.Value);
+    i += c.Units;
+  }
+}
+
+bool AppendStoredTextAsUtf16(std::u16string& out, std::string_view bytes) {
+  const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+  const auto* const end = p + bytes.size();
+  out.reserve(out.size() + bytes.size());
+  while (p < end) {
+    const unsigned char lead = *p;
+    if (lead < 0x80) {
+      out.push_back(lead);
+      ++p;
+      continue;
+    }
+    std::size_t length;
+    char32_t value;
+    char32_t least;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2, value = lead & 0x1F, least = 0x80;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3, value = lead & 0x0F, least = 0x800;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      length = 4, value = lead & 0x07, least = 0x10000;
+    } else {
+      return false;
+    }
+    if (static_cast<std::size_t>(end - p) < length) return false;
+    for (std::size_t i = 1; i < length; ++i) {
+      if ((p[i] & 0xC0) != 0x80) return false;
+      value = (value << 6) | (p[i] & 0x3F);
+    }
+    if (value < least || value > 0x10FFFF) return false;
+    AppendCodePointAsUtf16(out, value);
+    p += length;
+  }
+  return true;
+}
+
+}  // namespace Xml
