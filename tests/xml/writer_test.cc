@@ -24,7 +24,7 @@ TEST(WriterTest, FlagsChooseTheFormAndTheFileIsFlushedOnce) {
       {root.get(), kIndent, 0, 0, declaration + "<a>\r\n\tx\r\n</a>\r\n"},
       {nullptr, kByteOrderMark, 0, 0, ""},
       // The binary form ignores the other flags; an error already there stays.
-      {root.get(), kBinary | kByteOrderMark | kIndent, 0, 0, std::string("BXML\1\1\0\1a\0\1\1x", 12)},
+      {root.get(), kBinary | kByteOrderMark | kIndent, 0, 0, std::string("BXML\1\1\0\1a\0\1\1x", 13)},
       {root.get(), kBinary, FileError::DiskFull, FileError::DiskFull, ""},
   };
   for (const auto& c : cases) {
