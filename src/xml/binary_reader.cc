@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 
 #include "common/assert.h"
 #include "common/file_errors.h"
@@ -39,6 +40,9 @@ class BinaryInput {
   // Stops at the first error and gives what it has. Shifts wrap at 32, so
   // a long run of continuation bytes only costs the bytes it takes.
   std::uint32_t VarInt() {
+    // Most numbers are one byte.
+    if (cursor_ < buffer_.size() && !(buffer_[cursor_] & 0x80))
+      return static_cast<std::uint8_t>(buffer_[cursor_++]);
     std::uint32_t value = 0;
     for (unsigned shift = 0; Ok(); shift = (shift + 7) % 32) {
       const std::uint8_t b = Byte();
@@ -46,6 +50,15 @@ class BinaryInput {
       if (!(b & 0x80)) break;
     }
     return value;
+  }
+
+  // The next `size` bytes where they stand, or nothing when they are not
+  // all in the buffer yet.
+  std::optional<std::string_view> Peek(std::size_t size) {
+    if (buffer_.size() - cursor_ < size) return std::nullopt;
+    const std::string_view bytes(buffer_.data() + cursor_, size);
+    cursor_ += size;
+    return bytes;
   }
 
   // Appends `size` bytes to `out`. A length is only a claim: the bytes are
@@ -113,9 +126,13 @@ class xml_reader_core {
 
   // The byte length that comes first has been read.
   bool ReadText(std::size_t size, std::u16string& text) {
-    scratch_.clear();
-    if (!input_.Bytes(size, scratch_)) return false;
-    if (!AppendStoredTextAsUtf16(text, scratch_)) return Corrupt(VR_SITE) != nullptr;
+    std::optional<std::string_view> bytes = input_.Peek(size);
+    if (!bytes) {
+      scratch_.clear();
+      if (!input_.Bytes(size, scratch_)) return false;
+      bytes = scratch_;
+    }
+    if (!AppendStoredTextAsUtf16(text, *bytes)) return Corrupt(VR_SITE) != nullptr;
     return true;
   }
 
@@ -169,6 +186,7 @@ class xml_reader_binary_old final : public xml_reader_core {
     // Without a text there is no entry for the text before the first
     // child: a tag always has one.
     if (!textCount && Common::Assert("textCount", kSimpleReader, 135)) return Corrupt(VR_SITE) != nullptr;
+    handler_.ExpectTexts(textCount);
     if (!ReadTextItem()) return false;
     // The count is only a claim: the loop ends at the first error, so a
     // huge count in a short file costs no more than the file.
@@ -282,6 +300,17 @@ void binary_reader::Text(std::u16string text) {
     return;
   }
   top->Text.back() = std::move(text);
+}
+
+void binary_reader::ExpectTexts(std::uint32_t count) {
+  // Room for the children is made once instead of growing child by child;
+  // a hostile count gets no more than a small, fixed amount.
+  constexpr std::uint32_t kMostReserved = 1024;
+  if (tagStack.empty() || count < 2) return;
+  Tag* top = tagStack.back();
+  const std::size_t texts = std::min(count, kMostReserved);
+  top->Text.reserve(texts);
+  top->Children.reserve(texts - 1);
 }
 
 bool ReadBinaryDocument(xml_reader_interface& handler, i_file& file, std::string_view taken) {

@@ -30,6 +30,7 @@ class binary_reader : public xml_reader_interface {
   void EndTag() override;
   void Attribute(const std::string& name, std::u16string value) override;
   void Text(std::u16string text) override;
+  void ExpectTexts(std::uint32_t count) override;
 
  private:
   std::unique_ptr<Tag>& root_;

@@ -1,6 +1,6 @@
 #include "xml/binary_text.h"
 
-#include "xml/utf8.h"
+#include "xml/utf8.h"  // the encoding side
 
 namespace Xml {
 
@@ -20,11 +20,17 @@ void AppendStoredText(std::string& out, std::u16string_view text) {
 bool AppendStoredTextAsUtf16(std::u16string& out, std::string_view bytes) {
   const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
   const auto* const end = p + bytes.size();
-  out.reserve(out.size() + bytes.size());
+  // No sequence gives more units than it has bytes: room for all of them
+  // is made once, and what is left over cut off at the end.
+  const std::size_t had = out.size();
+  out.resize(had + bytes.size());
+  char16_t* const first = out.data() + had;
+  char16_t* to = first;
+  bool ok = true;
   while (p < end) {
     const unsigned char lead = *p;
     if (lead < 0x80) {
-      out.push_back(lead);
+      *to++ = lead;
       ++p;
       continue;
     }
@@ -38,18 +44,32 @@ bool AppendStoredTextAsUtf16(std::u16string& out, std::string_view bytes) {
     } else if (lead >= 0xF0 && lead <= 0xF4) {
       length = 4, value = lead & 0x07, least = 0x10000;
     } else {
-      return false;
+      ok = false;
+      break;
     }
-    if (static_cast<std::size_t>(end - p) < length) return false;
+    if (static_cast<std::size_t>(end - p) < length) {
+      ok = false;
+      break;
+    }
     for (std::size_t i = 1; i < length; ++i) {
-      if ((p[i] & 0xC0) != 0x80) return false;
+      if ((p[i] & 0xC0) != 0x80) ok = false;
       value = (value << 6) | (p[i] & 0x3F);
     }
-    if (value < least || value > 0x10FFFF) return false;
-    AppendCodePointAsUtf16(out, value);
+    if (!ok || value < least || value > 0x10FFFF) {
+      ok = false;
+      break;
+    }
+    if (value < 0x10000) {
+      *to++ = static_cast<char16_t>(value);
+    } else {
+      value -= 0x10000;
+      *to++ = static_cast<char16_t>(0xD800 | (value >> 10));
+      *to++ = static_cast<char16_t>(0xDC00 | (value & 0x3FF));
+    }
     p += length;
   }
-  return true;
+  out.resize(had + static_cast<std::size_t>(to - first));
+  return ok;
 }
 
 }  // namespace Xml

@@ -4,6 +4,7 @@
 // own. Every operation does nothing here.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace Xml {
@@ -18,6 +19,10 @@ class xml_reader_interface {
   virtual void Attribute(const std::string& /*name*/, std::u16string /*value*/) {}
   virtual void Text(std::u16string /*text*/) {}
   virtual void NarrowText(std::string /*text*/) {}
+  // From a reader that knows, before the first Text of the current tag,
+  // how many Text entries it will have (its children are one fewer). Only
+  // a claim of the file: a builder may make room, within reason.
+  virtual void ExpectTexts(std::uint32_t /*count*/) {}
 };
 
 }  // namespace Xml
