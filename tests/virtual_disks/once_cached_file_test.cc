@@ -8,6 +8,7 @@
 #include "host/temp_dir.h"
 #include "vellumrig/host.h"
 #include "virtual_disks/once_cached_file.h"
+#include "virtual_disks/vhdx_disk_impl.h"
 
 namespace VirtualDisks {
 namespace {
@@ -129,6 +130,28 @@ TEST(OnceCachedFileTest, OpensForWritingWhereTheFolderAllows) {
   EXPECT_TRUE(cached->IsOk());
   EXPECT_EQ(sector[511], 'f');
   EXPECT_FALSE(OpenOnceCachedFile(writable.get(), nullptr, u"missing"));
+}
+
+// An engine that asks for the once-cached file.
+struct SectorEngine : VirtualDiskImpl {
+  SectorEngine(rio_dir* dir, const std::u16string& name) { Initialize(dir, dir, name, true); }
+  Common::Error Read(std::uint64_t, std::uint64_t, void*) override { return {}; }
+  Common::Error Write(std::uint64_t, std::uint64_t, const void*) override { return {}; }
+  std::uint32_t GetSectorSize() override { return 512; }
+  std::uint64_t GetLastSector() override { return 0; }
+  Fdisk::Geometry GetGeometry() override { return {}; }
+  std::uint32_t GetDiskType() override { return 0; }
+  bool HasFile() const { return file_ != nullptr; }
+};
+
+TEST(OnceCachedFileTest, InitializeOpensTheFileOnRequest) {
+  HostTest::TempDir dir;
+  std::ofstream(dir.Join("f")) << "f";
+  auto folder = Host::OpenFolder(dir.Wide());
+  EXPECT_TRUE(SectorEngine(folder.get(), u"f").HasFile());
+  SectorEngine missing(folder.get(), u"missing");
+  EXPECT_EQ(missing.LastError().Code(), 0x3C0002u);
+  EXPECT_EQ(missing.LastError().GetText(), u"Failed to open the virtual disk.");
 }
 
 }  // namespace
