@@ -303,9 +303,10 @@ void binary_reader::Text(std::u16string text) {
 }
 
 void binary_reader::ExpectTexts(std::uint32_t count) {
-  // Room for the children is made once instead of growing child by child;
-  // a hostile count gets no more than a small, fixed amount.
-  constexpr std::uint32_t kMostReserved = 1024;
+  // Room for a few children is made at once instead of child by child.
+  // The count is only a claim, and a tag of a few bytes claiming millions
+  // must not cost more than a few tags: the room is capped.
+  constexpr std::uint32_t kMostReserved = 16;
   if (tagStack.empty() || count < 2) return;
   Tag* top = tagStack.back();
   const std::size_t texts = std::min(count, kMostReserved);
