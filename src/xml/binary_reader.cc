@@ -21,14 +21,17 @@ constexpr char kBinary[] = "core\\xml\\binary";
 // read through the file's virtual Read would dominate the time.
 class BinaryInput {
  public:
-  BinaryInput(i_file& file, std::string_view taken) : file_(file), buffer_(taken) {}
+  BinaryInput(i_file& file, std::string_view taken)
+      : file_(file), buffer_(taken), failed_(file.Failed()) {}
 
-  i_file& File() { return file_; }
-  bool Ok() const { return file_.Status.IsEmpty(); }
+  // The file's Status changes only in Refill and Fail: a flag of its own
+  // spares the many checks a trip through the file's virtual base.
+  bool Ok() const { return !failed_; }
 
   // Stores an error on the file, unless it holds one already.
   void Fail(const Common::ErrorSite& site, std::uint32_t code) {
     if (file_.Status.IsEmpty()) file_.Status = Common::FileErrorOf(site, code);
+    failed_ = true;
   }
 
   // 0 after the end, with 0x40002 stored.
@@ -84,6 +87,8 @@ class BinaryInput {
     cursor_ = 0;
     const std::size_t got = std::min(file_.Read(buffer_.data(), kBlock), kBlock);
     buffer_.resize(got);
+    failed_ = file_.Failed();
+    if (failed_) return false;
     if (got == 0) {
       static constexpr char kFile[] = "core\\file\\file";
       Fail(Common::ErrorSite{Common::detail::FileConstant(kFile), kFile, "i_file::Read", 0},
@@ -96,6 +101,7 @@ class BinaryInput {
   i_file& file_;
   std::string buffer_;
   std::size_t cursor_ = 0;
+  bool failed_;
 };
 
 class xml_reader_core {
