@@ -292,7 +292,10 @@ void binary_reader::Attribute(const std::string& name, std::u16string value) {
     Common::Assert("tagStack.size()", kBinary, 315);
     return;
   }
-  tagStack.back()->Attributes.try_emplace(name, std::move(value));
+  // The writer gives attributes in map order, so the end is the place of
+  // each new one; an existing name is left as it is all the same.
+  auto& attributes = tagStack.back()->Attributes;
+  attributes.emplace_hint(attributes.end(), name, std::move(value));
 }
 
 void binary_reader::Text(std::u16string text) {
