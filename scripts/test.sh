@@ -13,5 +13,5 @@ for variant in release sanitize; do
   ctest --test-dir "build/$variant" --output-on-failure -j2
 done
 # Text formats get 30 seconds each, the container structures 60.
-scripts/fuzz.sh 30 xml_reader_fuzz flat_error_fuzz message_format_fuzz
+scripts/fuzz.sh 30 xml_reader_fuzz xml_binary_fuzz flat_error_fuzz message_format_fuzz
 scripts/fuzz.sh 60 vhdx_header_fuzz vhdx_metadata_fuzz vhdx_disk_fuzz

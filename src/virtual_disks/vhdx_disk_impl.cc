@@ -6,9 +6,12 @@
 #include "vhd/collector.h"
 #include "vhdx/format/errors.h"
 #include "virtual_disks/geometry.h"
+#include "virtual_disks/once_cached_file.h"
 
 namespace VirtualDisks {
 namespace {
+
+constexpr Common::ErrorMessage kOpenFailed{0x3C0002, Common::Msg::EngineOpenFailed};
 
 // The engine's changed areas, appended to the caller's list.
 class ConvertingDiskAreaCollector : public Vhd::DiskAreaCollector {
@@ -39,7 +42,8 @@ Common::Error Guarded(const Common::Error& kept, const std::unique_ptr<Vhdx::Dis
 
 }  // namespace
 
-void VirtualDiskImpl::Initialize(rio_dir* dir, rio_dir* writableDir, const std::u16string& name) {
+void VirtualDiskImpl::Initialize(rio_dir* dir, rio_dir* writableDir, const std::u16string& name,
+                                 bool openFile) {
   lastError_ = Common::NoError;
   if (!dir) {
     lastError_ = Common::MessageError(VR_SITE, Vhdx::kInvalidArguments);
@@ -54,12 +58,19 @@ void VirtualDiskImpl::Initialize(rio_dir* dir, rio_dir* writableDir, const std::
   }
   writable_ = writableDir != nullptr;
   name_ = name;
+  if (!openFile) return;
+  file_ = OpenOnceCachedFile(dir_.get(), writable_ ? dir_.get() : nullptr, name_);
+  if (!file_) {
+    lastError_ = Common::MessageError(VR_SITE, kOpenFailed);
+    lastError_.AddReason(dir_->TakeError());
+  }
 }
 
 VhdxDiskImpl::VhdxDiskImpl(rio_dir* dir, rio_dir* writableDir, const std::u16string& name, std::uint32_t diskType,
                            FileTracker* tracker)
     : diskType_(diskType) {
-  Initialize(dir, writableDir, name);
+  // The engine reaches its files itself: no once-cached file.
+  Initialize(dir, writableDir, name, false);
   if (!lastError_.IsEmpty()) return;
   try {
     disk_ = std::make_unique<Vhdx::DiskImpl>(*dir_, name_, consumer_, writable_, tracker);

@@ -14,6 +14,7 @@
 #include "vellumrig/tracker.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/metadata/metadata_consumer.h"
+#include "virtual_disks/disked_file.h"
 
 namespace VirtualDisks {
 
@@ -35,12 +36,15 @@ class VirtualDiskImpl {
 
  protected:
   // Takes a folder object of its own on `writableDir` when given (the disk
-  // is then writable), else on `dir`; a failure waits in LastError.
-  void Initialize(rio_dir* dir, rio_dir* writableDir, const std::u16string& name);
+  // is then writable), else on `dir`; a failure waits in LastError. With
+  // `openFile`, for an engine that works sector by sector through this
+  // layer, the container is also opened once as file_.
+  void Initialize(rio_dir* dir, rio_dir* writableDir, const std::u16string& name, bool openFile);
 
   std::unique_ptr<rio_dir> dir_;
   bool writable_ = false;
   std::u16string name_;
+  std::unique_ptr<DiskedCachedFile> file_;  // null unless Initialize opened it
   Common::Error lastError_;
 };
 

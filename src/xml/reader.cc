@@ -1,5 +1,6 @@
 #include "xml/reader.h"
 
+#include "xml/binary_reader.h"
 #include "xml/scanner.h"
 
 namespace Xml {
@@ -53,9 +54,14 @@ bool ParseBody(Scanner& scanner, Tag& tag, bool inherited, std::uint32_t depth) 
   return true;
 }
 
-// The binary form is read from here once it exists: the scanner holds the
-// bytes from the marker on, the rest is still in its source.
-bool ParseBinaryDocument(std::unique_ptr<Tag>& /*root*/, Scanner& /*scanner*/) { return false; }
+// The scanner holds the bytes from the marker on, the rest is still in its
+// source. A document that holds no tag at all (layout 2 can say so) reads
+// without error, but gives no tree, and a caller of ParseDocument relies on
+// one: it fails here.
+bool ParseBinaryDocument(std::unique_ptr<Tag>& root, Scanner& scanner) {
+  const std::string_view taken = scanner.Unconsumed().substr(4);  // "BXML"
+  return ReadBinaryDocument(root, scanner.Source(), taken) && root != nullptr;
+}
 
 }  // namespace
 

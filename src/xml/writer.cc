@@ -3,8 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/file_errors.h"
-#include "common/site.h"
+#include "xml/binary_writer.h"
 #include "xml/escape.h"
 
 namespace Xml {
@@ -107,12 +106,6 @@ class TextWriter {
   o_file& file_;
   std::string buffer_;
 };
-
-// The binary form is written from here once it exists.
-void WriteBinaryDocument(const Tag* /*root*/, o_file& file) {
-  if (file.Status.IsEmpty())
-    file.Status = Common::FileErrorOf(VR_SITE, FileError::NotSupported);
-}
 
 }  // namespace
 

@@ -17,6 +17,7 @@
 #include "common/trace.h"
 #include "track_commands.h"
 #include "vhdx_commands.h"
+#include "xml_commands.h"
 
 namespace {
 
@@ -86,6 +87,9 @@ constexpr char kUsage[] =
     "  track write <db> <file> <offset>  standard input into the file, through the tracker\n"
     "  track changes <db> <file> <id>    changed byte regions since <id>, \"start end\" a\n"
     "                                    line, or \"full\"\n"
+    "  xml convert <in> <out> --binary|--text\n"
+    "                                    a .vmc or any XML tag tree into the binary form or\n"
+    "                                    back to text (as a .vmc is written); <out> must not exist\n"
     "  help                              this text\n"
     "\n"
     "Relative paths are taken from the current folder. import and export show a\n"
@@ -142,6 +146,7 @@ int main(int argc, char** argv) {
     }
     if (command == "vhdx") return vrig::VhdxCommand(args);
     if (command == "track") return vrig::TrackCommand(args);
+    if (command == "xml") return vrig::XmlCommand(args);
     throw vrig::UsageError{"unknown command: " + command};
   } catch (const vrig::UsageError& usage) {
     std::fprintf(stderr, "vrig: %s\n\n%s", usage.Text.c_str(), kUsage);
