@@ -14,15 +14,12 @@
 #include "processor/format/size_format.h"
 #include "processor/format/time_span_format.h"
 #include "processor/variant.h"
+#include "test_objects.h"
 
 namespace Processor {
 namespace {
 
-std::string Utf8(const icu::UnicodeString& s) {
-  std::string out;
-  s.toUTF8String(out);
-  return out;
-}
+using testing::Utf8;
 
 TEST(NumberFormatHexTest, WritesBitPatternsPaddedToTheWidth) {
   struct Case {

@@ -1,7 +1,10 @@
-// Small interfaces and objects for the object-framework tests.
+// Small interfaces, objects and helpers for the object-framework tests.
 #pragma once
 
 #include <atomic>
+#include <string>
+
+#include <unicode/unistr.h>
 
 #include "processor/interface_impl.h"
 
@@ -38,5 +41,12 @@ class Triple final : public IAlpha, public IBeta, public IGamma {
  private:
   std::atomic<int>* destroyed_;
 };
+
+// A framework string as UTF-8, for comparisons and failure messages.
+inline std::string Utf8(const icu::UnicodeString& s) {
+  std::string out;
+  s.toUTF8String(out);
+  return out;
+}
 
 }  // namespace Processor::testing

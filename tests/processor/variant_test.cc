@@ -17,11 +17,7 @@
 namespace Processor {
 namespace {
 
-std::string Utf8(const icu::UnicodeString& s) {
-  std::string out;
-  s.toUTF8String(out);
-  return out;
-}
+using testing::Utf8;
 
 std::string Text(const Variant& v) {
   String out;
