@@ -4,7 +4,16 @@
 
 #include <cstdio>
 
+#include <algorithm>
+
 namespace vrig {
+
+bool TakeFlag(std::vector<std::string>& args, const char* flag) {
+  const auto at = std::find(args.begin(), args.end(), flag);
+  if (at == args.end()) return false;
+  args.erase(at);
+  return true;
+}
 
 std::u16string Absolute(const std::string& path) {
   if (!path.empty() && path[0] == '/') return Wide(path);

@@ -20,6 +20,9 @@ struct UsageError {
   std::string Text;
 };
 
+// Removes `flag` from `args`; whether it was there.
+bool TakeFlag(std::vector<std::string>& args, const char* flag);
+
 inline void Check(const Common::Error& error) {
   if (error) throw Failure{error};
 }

@@ -117,10 +117,27 @@ bool TakeTraceOption(std::vector<std::string>& words) {
   return true;
 }
 
+// "--name=value" becomes "--name" "value", so that every option takes
+// both forms and the commands see one.
+std::vector<std::string> SplitOptions(int argc, char** argv) {
+  std::vector<std::string> words;
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    const std::size_t equals = word.find('=');
+    if (word.starts_with("--") && equals != std::string::npos && equals > 2) {
+      words.push_back(word.substr(0, equals));
+      words.push_back(word.substr(equals + 1));
+    } else {
+      words.push_back(word);
+    }
+  }
+  return words;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<std::string> words(argv + 1, argv + argc);
+  std::vector<std::string> words = SplitOptions(argc, argv);
   if (!TakeTraceOption(words)) {
     std::fprintf(stderr, "vrig: --trace takes a level, a whole number\n\n%s", kUsage);
     return kExitUsage;

@@ -252,13 +252,6 @@ int Changes(std::vector<std::string> args) {
   return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
-bool TakeFlag(std::vector<std::string>& args, const char* flag) {
-  const auto at = std::find(args.begin(), args.end(), flag);
-  if (at == args.end()) return false;
-  args.erase(at);
-  return true;
-}
-
 // The named file only: its parents may be other children's too. --chain
 // deletes them with it.
 int Remove(std::vector<std::string> args) {

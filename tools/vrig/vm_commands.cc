@@ -33,14 +33,6 @@ void Need(const std::vector<std::string>& args, std::size_t count, const char* f
   if (args.size() != count + 1) throw UsageError{std::string("usage: vrig vm ") + form};
 }
 
-// Removes `flag` from `args`; whether it was there.
-bool TakeFlag(std::vector<std::string>& args, const char* flag) {
-  const auto at = std::find(args.begin(), args.end(), flag);
-  if (at == args.end()) return false;
-  args.erase(at);
-  return true;
-}
-
 // The machine keeps its memory in whole mebibytes, in 32 bits.
 constexpr std::uint64_t kMiB = 1 << 20;
 
