@@ -170,11 +170,14 @@ class ReadWriteFile final : public DescriptorFile<rio_file> {
   }
 };
 
-// Opens `path`, refusing folders (open(2) lets one read them as a file).
+// Opens `path` as a regular file. Folders are refused (open(2) lets one
+// read them as a file), and so are pipes, devices and sockets: opening a
+// FIFO blocks until a writer comes, and none of them reads at offsets. The
+// open is non-blocking so that the refusal comes at once.
 int OpenDescriptor(const std::string& path, int flags, Common::Error& error) {
   int fd;
   do {
-    fd = ::open(path.c_str(), flags | O_CLOEXEC, 0666);
+    fd = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
   } while (fd < 0 && errno == EINTR);
   const std::uint32_t operation = (flags & O_CREAT) ? FileError::Create : FileError::Open;
   if (fd < 0) {
@@ -185,6 +188,14 @@ int OpenDescriptor(const std::string& path, int flags, Common::Error& error) {
   int cause = 0;
   if (::fstat(fd, &st) != 0) cause = errno;
   else if (S_ISDIR(st.st_mode)) cause = EISDIR;
+  else if (!S_ISREG(st.st_mode)) {
+    ::close(fd);
+    const std::u16string name = Common::FromUtf8(path);
+    error = Common::Error::WithFileName(VR_SITE, operation, Common::GetMessage(Common::Msg::NotRegularFile),
+                                        name.c_str());
+    return -1;
+  }
+  if (cause == 0 && ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) cause = errno;
   if (cause != 0) {
     ::close(fd);
     error = ErrnoError(VR_SITE, operation, cause, path);

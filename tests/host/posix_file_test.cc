@@ -3,9 +3,11 @@
 #include <sys/file.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 #include <cerrno>
 
 #include <gtest/gtest.h>
@@ -139,18 +141,20 @@ TEST_F(PosixFileTest, OpensLockTheFileLocksConflictAndTheFirstFailureStays) {
   EXPECT_FALSE(file_->Failed()) << "closing let the explicit lock go";
 }
 
-// /dev/full takes no byte; a file-size limit (SIGXFSZ ignored, in a child so
-// that the test runner keeps its limits) takes part of a write.
-TEST_F(PosixFileTest, AFullDeviceAndAFileSizeLimitSayDiskIsFull) {
-  std::unique_ptr<rio_file> full = Host::OpenFolder(u"/dev")->CreateFile(u"full", 0, 0);
-  ASSERT_TRUE(full);
-  full->Flush();
-  EXPECT_FALSE(full->Failed()) << "a device has nothing to put on disk";
-  EXPECT_EQ(full->Write("data", 4), 0u);
-  EXPECT_EQ(full->Status.Code(), FileError::DiskFull);
-  EXPECT_EQ(full->Status.GetText(), u"Disk is full.");
-  EXPECT_EQ(FileNameOf(full->Status), u"/dev/full");
-  EXPECT_EQ(CauseErrno(full->Status), ENOSPC);
+// Devices and FIFOs are refused at once (opening a FIFO would wait for a
+// writer); a file-size limit (SIGXFSZ ignored, in a child so that the test
+// runner keeps its limits) takes part of a write and says the disk is full.
+TEST_F(PosixFileTest, NonFilesAreRefusedAtOnceAndAFileSizeLimitSaysDiskIsFull) {
+  ASSERT_EQ(::mkfifo(dir_.Join("fifo").c_str(), 0600), 0);
+  for (const auto& [folder, name] : {std::pair<std::u16string, std::u16string>{u"/dev", u"full"},
+                                     {Common::FromUtf8(dir_.Path()), u"fifo"}}) {
+    auto opened = Host::OpenFolder(folder)->CreateFile(name, 0, 0);
+    EXPECT_FALSE(opened);
+    auto read = Host::OpenFolder(folder, true);
+    EXPECT_FALSE(read->OpenFile(name, kOpenRead));
+    EXPECT_EQ(read->Status.Code(), FileError::Open);
+    EXPECT_EQ(Common::ToUtf8(read->Status.GetText()).find("Not a regular file"), 0u) << name.size();
+  }
 
   InChild([&] {
     ::signal(SIGXFSZ, SIG_IGN);

@@ -80,13 +80,18 @@ TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
   EXPECT_EQ(gone.status, 1);
   EXPECT_NE(gone.output.find("no machine 'Web'"), std::string::npos);
 
-  // A failure prints the chain: the outer meaning, then each cause.
+  // A failure prints a line per cause, the outer meaning first; -v the
+  // full text of the chain.
   const VrigRun bad = Vrig("vm set " + renamed + " Name ..");
   EXPECT_EQ(bad.status, 1);
-  const std::size_t outer = bad.output.find("Failed to rename virtual machine 'App' to '..'.");
-  EXPECT_NE(outer, std::string::npos) << bad.output;
-  EXPECT_LT(outer, bad.output.find("Error code: 0x530015"));
-  EXPECT_NE(bad.output.find("Error code: 0x5301DF\n"), std::string::npos) << bad.output;
+  EXPECT_EQ(bad.output, "vrig: Failed to rename virtual machine 'App' to '..'.\n"
+                        "  The name '..' cannot be used for a virtual machine.\n");
+  const VrigRun full = Vrig("vm set " + renamed + " Name .. -v");
+  EXPECT_EQ(full.status, 1);
+  const std::size_t outer = full.output.find("Failed to rename virtual machine 'App' to '..'.");
+  EXPECT_NE(outer, std::string::npos) << full.output;
+  EXPECT_LT(outer, full.output.find("Error code: 0x530015"));
+  EXPECT_NE(full.output.find("Error code: 0x5301DF\n"), std::string::npos) << full.output;
 
   EXPECT_EQ(Vrig("vm rm App/App.vmc", "LANGUAGE=en", storage).status, 0);
   EXPECT_EQ(Vrig("vm show " + renamed).status, 1);
@@ -140,11 +145,49 @@ TEST(VrigTest, MachinesAreKeptAndTakeOnlyValuesTheyCanHold) {
   EXPECT_EQ(fallback.output, dir.Path() + "/default/Dflt/Dflt.vmc\n");
 }
 
-TEST(VrigTest, UnknownCommandsAndWrongArgumentsPrintUsage) {
-  EXPECT_NE(Vrig("frobnicate").output.find("usage: vrig"), std::string::npos);
-  for (const char* arguments : {"frobnicate", "", "info extra", "vm", "vm create only-storage", "vm launch x"})
-    EXPECT_EQ(Vrig(arguments).status, 2) << arguments;
-  EXPECT_EQ(Vrig("help").status, 0);
+// A slip prints one line: what is wrong and where help is; help is asked
+// at every level.
+TEST(VrigTest, SlipsPrintOneLineAndHelpIsAtEveryLevel) {
+  const struct {
+    const char* arguments;
+    const char* output;
+  } slips[] = {
+      {"frobnicate", "vrig: unknown command 'frobnicate'; see 'vrig --help'\n"},
+      {"", "vrig: no command given; see 'vrig --help'\n"},
+      {"vm launch x", "vrig: unknown vm command 'launch'; see 'vrig vm --help'\n"},
+      {"vm create only-storage",
+       "vrig: missing arguments; usage: vrig vm create <storage> <name> [--force]; see 'vrig vm create --help'\n"},
+      {"vhdx read a.vhdx 1 2 3", "vrig: too many arguments; usage: vrig vhdx read <file> <first sector> <count>; "
+                                 "see 'vrig vhdx read --help'\n"},
+      {"vhdx read a.vhdx 1 --count 3", "vrig: unknown option --count; usage: vrig vhdx read <file> <first sector> "
+                                       "<count>; see 'vrig vhdx read --help'\n"},
+      {"vhdx read a.vhdx 1 2x", "vrig: not a number for the count: '2x'; see 'vrig vhdx read --help'\n"},
+      {"vhdx read a.vhdx 1 18446744073709551616",
+       "vrig: the count is out of range: '18446744073709551616' is more than 18446744073709551615; see 'vrig vhdx "
+       "read --help'\n"},
+      {"vhdx create a.vhdx 1G --sector-size=1024",
+       "vrig: --sector-size must be 512 or 4096, not 1024; see 'vrig vhdx create --help'\n"},
+  };
+  for (const auto& slip : slips) {
+    const VrigRun run = Vrig(slip.arguments);
+    EXPECT_EQ(run.status, 2) << slip.arguments;
+    EXPECT_EQ(run.output, slip.output) << slip.arguments;
+  }
+  const struct {
+    const char* arguments;
+    const char* first;
+  } helps[] = {{"--help", "vrig 0."},
+               {"help", "vrig 0."},
+               {"vhdx --help", "vrig vhdx: containers"},
+               {"vm disk --help", "vrig vm disk: the hard disks"},
+               {"vhdx create --help", "usage:\n  vrig vhdx create <file>"},
+               {"vm disk add x --help", "usage:\n  vrig vm disk add <vmc>"},
+               {"--version", "vrig 0."}};
+  for (const auto& help : helps) {
+    const VrigRun run = Vrig(help.arguments);
+    EXPECT_EQ(run.status, 0) << help.arguments;
+    EXPECT_EQ(run.output.find(help.first), 0u) << help.arguments << "\n" << run.output;
+  }
 }
 
 TEST(VrigTest, MissingModuleIsReportedWithTheLoadersReasons) {

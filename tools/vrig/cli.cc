@@ -2,11 +2,61 @@
 
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 
 #include <algorithm>
 
+#include "common/error_format.h"
+
 namespace vrig {
+namespace {
+
+// Errors that only say "opening failed" around the reason: with a context
+// from vrig they add nothing to it.
+bool IsOpenWrapper(std::uint32_t code) {
+  return code == 0x3C002C  // Failed to open VHDX file
+         || code == 0x530016;  // Failed to open virtual machine
+}
+
+constexpr std::uint32_t kSystemError = 0xFFF0;
+constexpr std::uint32_t kFileFacility = 0x0004;
+
+}  // namespace
+
+std::vector<std::string> FailureLines(const Failure& failure) {
+  std::vector<std::string> texts;
+  std::uint32_t outer = 0;
+  for (Common::Error e = failure.Error; e; e = e.Reason()) {
+    const std::uint32_t code = e.Code();
+    const bool absorbed = texts.empty() && !failure.Context.empty() && IsOpenWrapper(code) && e.Reason();
+    // The system's words for the file error just given say it again.
+    const bool repeated = code == kSystemError && (outer >> 16) == kFileFacility;
+    outer = code;
+    if (absorbed || repeated) continue;
+    std::string text = Narrow(Common::ErrorMessageText(e));
+    if (text.empty()) {
+      char hex[32];
+      std::snprintf(hex, sizeof hex, "error 0x%X", code);
+      text = hex;
+    }
+    if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(text);
+  }
+  if (texts.empty()) texts.push_back("failed");
+  std::vector<std::string> lines;
+  for (std::size_t i = 0; i < texts.size(); ++i)
+    lines.push_back(i ? "  " + texts[i]
+                      : "vrig: " + (failure.Context.empty() ? std::string() : failure.Context + ": ") + texts[i]);
+  return lines;
+}
+
+void NeedArgs(const std::vector<std::string>& args, std::size_t count, const std::string& usage) {
+  for (const std::string& arg : args)
+    if (arg.size() > 1 && arg[0] == '-' && !(arg.size() > 1 && std::isdigit(static_cast<unsigned char>(arg[1]))))
+      throw UsageError{"unknown option " + arg + "; usage: " + usage};
+  if (args.size() < count) throw UsageError{"missing arguments; usage: " + usage};
+  if (args.size() > count) throw UsageError{"too many arguments; usage: " + usage};
+}
 
 bool TakeFlag(std::vector<std::string>& args, const char* flag) {
   const auto at = std::find(args.begin(), args.end(), flag);

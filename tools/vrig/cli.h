@@ -10,15 +10,43 @@
 
 namespace vrig {
 
-// A failure reported by the module; main prints its full text.
+// A failure reported by the module or the engine. `Context` is what the
+// user asked for, in their words ("cannot open 'x.vhdx'"): main prints it
+// before the causes, or the full text of the chain with -v.
 struct Failure {
+  explicit Failure(Common::Error error, std::string context = {})
+      : Error(std::move(error)), Context(std::move(context)) {}
   Common::Error Error;
+  std::string Context;
 };
 
-// A mistake in the command line; main prints it with the usage.
+// A mistake in the command line; main prints it on one line with where to
+// find help, and exits 2.
 struct UsageError {
   std::string Text;
 };
+
+// Runs `step`; a failure in it gets `context` as its meaning for the user,
+// unless a deeper step gave it one.
+template <class Step>
+decltype(auto) InContext(const std::string& context, Step&& step) {
+  try {
+    return step();
+  } catch (Failure& failure) {
+    if (failure.Context.empty()) failure.Context = context;
+    throw;
+  } catch (const Common::Error& error) {
+    throw Failure(error, context);
+  }
+}
+
+// The lines main prints for a failure without -v: the context with the
+// outermost cause that says more than it, then one line per further cause.
+std::vector<std::string> FailureLines(const Failure& failure);
+
+// Refuses `args` unless it is `count` words, none an unknown option, with a
+// one-line usage error that ends in `usage`.
+void NeedArgs(const std::vector<std::string>& args, std::size_t count, const std::string& usage);
 
 // Removes `flag` from `args`; whether it was there.
 bool TakeFlag(std::vector<std::string>& args, const char* flag);

@@ -6,40 +6,34 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
+#include <algorithm>
+#include <stdexcept>
 #include <cstdio>
 
 #include "cli.h"
 #include "common/message_error.h"
 #include "common/site.h"
 #include "vellumrig/file_tracker.h"
+#include "vhdx_access.h"
 
 namespace vrig {
 namespace {
-
-std::uint64_t Offset(const std::string& text) {
-  std::uint64_t value = 0;
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (ec != std::errc() || end != text.data() + text.size() || text.empty())
-    throw UsageError{"not an offset: " + text};
-  return value;
-}
 
 int Write(Host::TrackingHost& tracker, const std::string& path, std::uint64_t offset) {
   const std::u16string whole = Absolute(path);
   const std::size_t cut = whole.rfind(u'/');
   auto folder = tracker.OpenFolder(whole.substr(0, cut + 1));
-  if (!folder) throw UsageError{"the current folder cannot be found"};
+  if (!folder) throw std::runtime_error("the current folder cannot be found");
   auto opened = folder->OpenFile(whole.substr(cut + 1), kOpenReadWrite);
   Check(folder->TakeError());
   auto* file = dynamic_cast<rio_file*>(opened.get());
-  if (!file) throw UsageError{"not a file: " + path};
+  if (!file) throw std::runtime_error("not a file: " + path);
   file->Seek(static_cast<std::int64_t>(offset));
   char buffer[65536];
   for (ssize_t n; (n = ::read(STDIN_FILENO, buffer, sizeof buffer)) != 0;) {
     if (n < 0) {
       if (errno == EINTR) continue;
-      throw UsageError{"cannot read standard input"};
+      throw std::runtime_error("cannot read standard input");
     }
     file->Write(buffer, static_cast<std::size_t>(n));
     if (file->Failed()) break;
@@ -85,7 +79,20 @@ std::unique_ptr<Host::TrackingHost> OpenTracker(const std::string& database) {
 }
 
 int TrackCommand(const std::vector<std::string>& args) {
-  const std::string sub = args.empty() ? std::string() : args[0];
+  if (args.empty()) throw UsageError{"track needs a command"};
+  const std::string sub = args[0];
+  const std::vector<std::string> rest(args.begin() + 1, args.end());
+  static const struct {
+    const char* name;
+    std::size_t count;
+    const char* usage;
+  } kForms[] = {{"start", 2, "vrig track start <db> <folder|file>"},
+                {"id", 1, "vrig track id <db>"},
+                {"write", 3, "vrig track write <db> <file> <offset>"},
+                {"changes", 3, "vrig track changes <db> <file> <id>"}};
+  const auto form = std::find_if(std::begin(kForms), std::end(kForms), [&](const auto& f) { return sub == f.name; });
+  if (form == std::end(kForms)) throw UsageError{"unknown track command '" + sub + "'"};
+  NeedArgs(rest, form->count, form->usage);
   const std::size_t n = args.size();
   if (sub == "start" && n == 3) {
     Check(OpenTracker(args[1])->Track(Absolute(args[2])));
@@ -97,9 +104,9 @@ int TrackCommand(const std::vector<std::string>& args) {
     std::puts(id.c_str());
     return 0;
   }
-  if (sub == "write" && n == 4) return Write(*OpenTracker(args[1]), args[2], Offset(args[3]));
+  if (sub == "write" && n == 4) return Write(*OpenTracker(args[1]), args[2], ParseNumber(args[3], "the offset"));
   if (sub == "changes" && n == 4) return Changes(*OpenTracker(args[1]), args[2], args[3]);
-  throw UsageError{"track: unknown subcommand or wrong number of arguments"};
+  return 0;
 }
 
 }  // namespace vrig

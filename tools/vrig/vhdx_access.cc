@@ -76,14 +76,22 @@ void PartialFile::Publish() {
 }
 
 std::uint64_t ParseNumber(const std::string& text, const std::string& what) {
-  if (text.empty() || text.size() > 19) throw UsageError{"not a number for " + what + ": '" + text + "'"};
+  if (text.empty() || !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
+    throw UsageError{"not a number for " + what + ": '" + text + "'"};
   std::uint64_t value = 0;
   for (char c : text) {
-    if (!std::isdigit(static_cast<unsigned char>(c)))
-      throw UsageError{"not a number for " + what + ": '" + text + "'"};
-    value = value * 10 + static_cast<std::uint64_t>(c - '0');
+    const auto digit = static_cast<std::uint64_t>(c - '0');
+    if (value > (UINT64_MAX - digit) / 10)
+      throw UsageError{what + " is out of range: '" + text + "' is more than " + std::to_string(UINT64_MAX)};
+    value = value * 10 + digit;
   }
   return value;
+}
+
+std::uint32_t ParseNumber32(const std::string& text, const std::string& what) {
+  const std::uint64_t value = ParseNumber(text, what);
+  if (value > UINT32_MAX) throw UsageError{what + " is out of range: " + text + " is more than " + std::to_string(UINT32_MAX)};
+  return static_cast<std::uint32_t>(value);
 }
 
 std::uint64_t ParseSize(const std::string& text) {
@@ -100,7 +108,7 @@ std::uint64_t ParseSize(const std::string& text) {
     if (shift) digits.pop_back();
   }
   const std::uint64_t value = ParseNumber(digits, "the size");
-  if (shift && value > (UINT64_MAX >> shift)) throw UsageError{"size too large: " + text};
+  if (shift && value > (UINT64_MAX >> shift)) throw UsageError{"the size is out of range: " + text};
   return value << shift;
 }
 

@@ -22,6 +22,9 @@ inline constexpr std::size_t kTransferBytes = 16u << 20;
 // in large writes, small enough that sparse images leave real holes.
 inline constexpr std::size_t kZeroGrain = 64u << 10;
 
+// The largest virtual disk the format describes.
+inline constexpr std::uint64_t kMaxVirtualSize = std::uint64_t{64} << 40;
+
 // The folder of a command-line path (relative to the current folder) and
 // the file's name in it.
 struct Place {
@@ -64,6 +67,8 @@ class PartialFile {
 
 // A decimal number; `what` names it in the usage error.
 std::uint64_t ParseNumber(const std::string& text, const std::string& what);
+// The same, at most 2^32-1.
+std::uint32_t ParseNumber32(const std::string& text, const std::string& what);
 // A number of bytes with an optional K, M, G or T (binary multiples).
 std::uint64_t ParseSize(const std::string& text);
 

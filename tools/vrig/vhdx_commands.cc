@@ -22,9 +22,6 @@ namespace {
 
 namespace Format = Vhdx::Format;
 
-// The largest virtual disk the format describes.
-constexpr std::uint64_t kMaxVirtualSize = std::uint64_t{64} << 40;
-
 const char* ItemName(const Vhdx::MetadataDescriptor& item) {
   if (item.IsUser()) return "";
   struct Known {
@@ -98,7 +95,7 @@ std::uint32_t SectorSizeOption(std::vector<std::string>& args) {
 }
 
 void Need(const std::vector<std::string>& args, std::size_t count, const char* form) {
-  if (args.size() != count) throw UsageError{std::string("usage: vrig vhdx ") + form};
+  NeedArgs(args, count, std::string("vrig vhdx ") + form);
 }
 
 // A container made whole under its own name is new to the tracker, which
@@ -287,10 +284,9 @@ void RefuseExisting(const std::string& path) {
   if (PathExists(path)) throw std::runtime_error("'" + path + "' exists; vrig does not overwrite files");
 }
 
-int VhdxCommand(const std::vector<std::string>& args) {
-  if (args.empty()) throw UsageError{"vhdx needs a command"};
-  const std::string& what = args[0];
-  std::vector<std::string> rest(args.begin() + 1, args.end());
+namespace {
+
+int Run(const std::string& what, std::vector<std::string> rest) {
   if (what == "create") return Create(std::move(rest));
   if (what == "info") return Info(std::move(rest));
   if (what == "read") return Read(std::move(rest));
@@ -298,8 +294,13 @@ int VhdxCommand(const std::vector<std::string>& args) {
   if (what == "import") {
     const std::uint32_t sectorSize = SectorSizeOption(rest);
     const auto tracker = TrackerOption(rest);
-    Need(rest, 2, "import <raw image> <new vhdx> [--sector-size 512|4096] [--tracker <db>]");
-    const int status = Import(rest[0], rest[1], sectorSize);
+    std::string size;
+    const bool sized = TakeOption(rest, "--size", size);
+    Need(rest, 2, "import <raw image|-> <new vhdx> [--size <size>] [--sector-size 512|4096] [--tracker <db>]");
+    if ((rest[0] == "-") != sized)
+      throw UsageError{sized ? "--size goes with \"-\", an image from standard input"
+                             : "an image from standard input (\"-\") needs --size"};
+    const int status = Import(rest[0], rest[1], sectorSize, sized ? ParseSize(size) : 0);
     Track(tracker.get(), rest[1]);
     return status;
   }
@@ -311,12 +312,49 @@ int VhdxCommand(const std::vector<std::string>& args) {
       return ExportChanges(rest[0], rest[1], since, tracker.get());
     }
     if (tracker) throw UsageError{"--tracker goes with --since: a full export asks no tracker"};
-    Need(rest, 2, "export <vhdx> <new raw image> [--since <change-id|*> --tracker <db>]");
+    Need(rest, 2, "export <vhdx> <new raw image|-> [--since <change-id|*> --tracker <db>]");
     return Export(rest[0], rest[1]);
   }
   if (what == "rm") return Remove(std::move(rest));
   if (what == "changes") return Changes(std::move(rest));
-  throw UsageError{"unknown vhdx command: " + what};
+  throw UsageError{"unknown vhdx command '" + what + "'"};
+}
+
+// The files a command names, without its options and their values.
+std::vector<std::string> FilesNamed(const std::vector<std::string>& args) {
+  static const char* const kValued[] = {"--tracker", "--since", "--sector-size", "--block-size", "--size",
+                                        "--parent"};
+  std::vector<std::string> files;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (std::find_if(std::begin(kValued), std::end(kValued), [&](const char* o) { return args[i] == o; }) !=
+        std::end(kValued))
+      ++i;
+    else if (!args[i].starts_with("--"))
+      files.push_back(args[i]);
+  }
+  return files;
+}
+
+// What the user asked for, as a failure's first words.
+std::string Context(const std::string& what, const std::vector<std::string>& args) {
+  const std::vector<std::string> files = FilesNamed(args);
+  auto file = [&](std::size_t i) { return i < files.size() ? "'" + files[i] + "'" : std::string("the file"); };
+  if (what == "import") return "cannot import " + file(0) + " into " + file(1);
+  if (what == "export") return "cannot export " + file(0) + " to " + file(1);
+  if (what == "info" || what == "check") return "cannot open " + file(0);
+  if (what == "write") return "cannot write to " + file(0);
+  if (what == "rm") return "cannot delete " + file(0);
+  if (what == "changes") return "cannot list the changes of " + file(0);
+  return "cannot " + what + " " + file(0);
+}
+
+}  // namespace
+
+int VhdxCommand(const std::vector<std::string>& args) {
+  if (args.empty()) throw UsageError{"vhdx needs a command"};
+  const std::string& what = args[0];
+  std::vector<std::string> rest(args.begin() + 1, args.end());
+  return InContext(Context(what, rest), [&] { return Run(what, rest); });
 }
 
 }  // namespace vrig

@@ -15,7 +15,9 @@ int VhdxCommand(const std::vector<std::string>& args);
 
 // A raw image into a new dynamic container, and a container out to a new
 // raw image; both skip zeros and report their rate on standard error.
-int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize);
+// A raw image "-" is standard input, of `size` bytes at most (the disk's
+// size), or standard output.
+int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize, std::uint64_t size);
 int Export(const std::string& vhdx, const std::string& raw);
 // An incremental backup: the sectors changed since `changeId` go into an
 // earlier export of the same disk, which must be exactly the disk's size;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -131,17 +132,58 @@ void CopyOut(Vhdx::Disk& disk, std::uint64_t begin, std::uint64_t end, int fd, c
   }
 }
 
+// Up to `size` bytes of a stream into `data`; fewer only at its end.
+std::size_t ReadStream(int fd, std::uint8_t* data, std::size_t size) {
+  std::size_t got = 0;
+  while (got < size) {
+    const ssize_t n = ::read(fd, data + got, size - got);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) Fail("cannot read", "standard input");
+    if (n == 0) break;
+    got += static_cast<std::size_t>(n);
+  }
+  return got;
+}
+
+void WriteStream(int fd, const std::uint8_t* data, std::size_t size) {
+  while (size) {
+    const ssize_t n = ::write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) Fail("cannot write", "standard output");
+    data += n;
+    size -= static_cast<std::size_t>(n);
+  }
+}
+
+// Writes the data runs of `n` bytes read at `offset` into the disk; the
+// image's last sector may be partial, and the rest of it reads zeros.
+void Store(Vhdx::Disk& disk, std::uint32_t sectorSize, std::vector<std::uint8_t>& buffer, std::uint64_t offset,
+           std::size_t n) {
+  const std::size_t padded = (n + sectorSize - 1) / sectorSize * sectorSize;
+  std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(n), buffer.begin() + static_cast<std::ptrdiff_t>(padded), 0);
+  // A new dynamic file reads zeros where nothing was written.
+  ForEachDataRun(buffer.data(), padded, [&](std::size_t at, std::size_t length) {
+    disk.Write((offset + at) / sectorSize, length / sectorSize, buffer.data() + at);
+  });
+}
+
 }  // namespace
 
-int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize) {
+int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize, std::uint64_t streamSize) {
   RefuseExisting(vhdx);
-  Descriptor in(::open(raw.c_str(), O_RDONLY | O_CLOEXEC), raw);
-  struct stat st;
-  if (::fstat(in.Get(), &st) != 0) Fail("cannot read", raw);
-  const auto size = static_cast<std::uint64_t>(st.st_size);
-  if (size == 0) throw std::runtime_error("'" + raw + "' is empty");
-  ::posix_fadvise(in.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  const bool stream = raw == "-";
+  std::unique_ptr<Descriptor> file;
+  std::uint64_t size = streamSize;
+  if (!stream) {
+    file = std::make_unique<Descriptor>(::open(raw.c_str(), O_RDONLY | O_CLOEXEC), raw);
+    struct stat st;
+    if (::fstat(file->Get(), &st) != 0) Fail("cannot read", raw);
+    size = static_cast<std::uint64_t>(st.st_size);
+    ::posix_fadvise(file->Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  }
+  if (size == 0) throw std::runtime_error(stream ? std::string("--size must not be 0") : "'" + raw + "' is empty");
   const std::uint64_t virtualSize = (size + sectorSize - 1) / sectorSize * sectorSize;
+  if (virtualSize > kMaxVirtualSize) throw std::runtime_error("an image of more than 64T does not fit a container");
 
   PartialFile target(vhdx);
   Place place = PlaceOf(target.Path(), false);
@@ -151,19 +193,32 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
     Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
     std::vector<std::uint8_t> buffer(kTransferBytes);
     Progress progress(virtualSize);
-    for (std::uint64_t offset = 0; offset < size;) {
-      const std::size_t n = NextStretch(in.Get(), offset, size);
-      if (n == 0) break;
-      ReadFully(in.Get(), buffer.data(), n, offset, raw);
-      // The image's last sector may be partial: the rest of it reads zeros.
-      const std::size_t padded = (n + sectorSize - 1) / sectorSize * sectorSize;
-      std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(n), buffer.begin() + static_cast<std::ptrdiff_t>(padded), 0);
-      // A new dynamic file reads zeros where nothing was written.
-      ForEachDataRun(buffer.data(), padded, [&](std::size_t at, std::size_t length) {
-        disk.Write((offset + at) / sectorSize, length / sectorSize, buffer.data() + at);
-      });
-      offset += n;
-      progress.Advance(offset);
+    if (stream) {
+      for (std::uint64_t offset = 0;;) {
+        const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, size - offset));
+        const std::size_t n = ReadStream(STDIN_FILENO, buffer.data(), want);
+        Store(disk, sectorSize, buffer, offset, n);
+        offset += n;
+        progress.Advance(offset);
+        if (n < want) break;
+        // Bytes past the size would be lost without a word: the import
+        // fails, and nothing is left under the container's name.
+        if (offset == size) {
+          std::uint8_t more;
+          if (ReadStream(STDIN_FILENO, &more, 1) != 0)
+            throw std::runtime_error("standard input holds more than --size " + std::to_string(size) + " bytes");
+          break;
+        }
+      }
+    } else {
+      for (std::uint64_t offset = 0; offset < size;) {
+        const std::size_t n = NextStretch(file->Get(), offset, size);
+        if (n == 0) break;
+        ReadFully(file->Get(), buffer.data(), n, offset, raw);
+        Store(disk, sectorSize, buffer, offset, n);
+        offset += n;
+        progress.Advance(offset);
+      }
     }
     progress.Finish();
   }
@@ -171,12 +226,36 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
   return 0;
 }
 
+// The whole disk in order to a stream, zeros included: a pipe has no holes.
+void ExportToStream(Vhdx::Disk& disk, int fd) {
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  std::vector<std::uint8_t> buffer(kTransferBytes);
+  Progress progress(parameters.VirtualSize);
+  for (std::uint64_t offset = 0; offset < parameters.VirtualSize; offset += kTransferBytes) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, parameters.VirtualSize - offset));
+    const std::size_t whole = n / parameters.LogicalSectorSize;
+    disk.Read(offset / parameters.LogicalSectorSize, whole, buffer.data());
+    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(whole * parameters.LogicalSectorSize),
+              buffer.begin() + static_cast<std::ptrdiff_t>(n), 0);
+    WriteStream(fd, buffer.data(), n);
+    progress.Advance(offset + n);
+  }
+  progress.Finish();
+}
+
 int Export(const std::string& vhdx, const std::string& raw) {
-  RefuseExisting(raw);
+  const bool stream = raw == "-";
+  if (stream && ::isatty(STDOUT_FILENO) == 1)
+    throw std::runtime_error("standard output is a terminal; send the image to a file or a pipe");
+  if (!stream) RefuseExisting(raw);
   Place place = PlaceOf(vhdx, true);
   Vhdx::OnlyCheckingMetadataConsumer consumer;
   Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, false);
   const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  if (stream) {
+    ExportToStream(disk, STDOUT_FILENO);
+    return 0;
+  }
 
   PartialFile target(raw);
   Descriptor out(::open(target.Path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), target.Path());

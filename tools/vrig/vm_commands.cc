@@ -30,7 +30,7 @@ void CloseForWriting(const AutoRef<SafeVM>& vm) {
 }
 
 void Need(const std::vector<std::string>& args, std::size_t count, const char* form) {
-  if (args.size() != count + 1) throw UsageError{std::string("usage: vrig vm ") + form};
+  NeedArgs({args.begin() + 1, args.end()}, count, std::string("vrig vm ") + form);
 }
 
 // The machine keeps its memory in whole mebibytes, in 32 bits.
@@ -159,7 +159,7 @@ int Vm(const Module& module, std::vector<std::string> args) {
     Check(found->GetItem(0, vm));
     std::printf("%s\n", Property(vm, u"ID").c_str());
   } else {
-    throw UsageError{"unknown vm command: " + what};
+    throw UsageError{"unknown vm command '" + what + "'"};
   }
   return 0;
 }

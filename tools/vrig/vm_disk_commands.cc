@@ -20,12 +20,6 @@ using VirtualWareRaw::SafeVM;
 
 constexpr const char* kBusNames[] = {"ide", "scsi"};
 
-std::uint32_t Number32(const std::string& text, const std::string& what) {
-  const std::uint64_t value = ParseNumber(text, what);
-  if (value > UINT32_MAX) throw UsageError{what + " is too large: " + text};
-  return static_cast<std::uint32_t>(value);
-}
-
 struct DiskSlot {
   AutoRef<SafeHardDisk> Disk;
   std::uint32_t BusType = 0, Bus = 0, Location = 0;
@@ -90,7 +84,7 @@ std::vector<std::uint8_t> FromHex(const std::string& text) {
 }
 
 void Need(const std::vector<std::string>& args, std::size_t count, const char* form) {
-  if (args.size() != count + 1) throw UsageError{std::string("usage: vrig vm disk ") + form};
+  NeedArgs({args.begin() + 1, args.end()}, count, std::string("vrig vm disk ") + form);
 }
 
 }  // namespace
@@ -115,8 +109,8 @@ int VmDisk(Session& session, const std::vector<std::string>& args) {
         : Need(args, 5, "attach <vmc> <ide|scsi> <bus> <slot> <existing file>");
     AutoRef<SafeVM> vm = machine(args[1]);
     const std::uint32_t busType = BusType(args[2]);
-    const std::uint32_t bus = Number32(args[3], "the bus");
-    const std::uint32_t location = Number32(args[4], "the slot");
+    const std::uint32_t bus = ParseNumber32(args[3], "the bus");
+    const std::uint32_t location = ParseNumber32(args[4], "the slot");
     // A bare name is the machine's own folder's; a path is taken from here.
     const std::u16string file = args[5].find('/') == std::string::npos ? Wide(args[5]) : Absolute(args[5]);
     AutoRef<SafeHardDisk> disk;
@@ -173,7 +167,7 @@ int VmDisk(Session& session, const std::vector<std::string>& args) {
       for (const MetadataKey& key : keys) std::printf("%s %u\n", key.Guid.c_str(), key.Flags);
       return 0;
     }
-    const MetadataKey key{args[3], Number32(args[4], "the flags")};
+    const MetadataKey key{args[3], ParseNumber32(args[4], "the flags")};
     if (args.size() == 7) {
       if (args[5] != "--set") throw UsageError{"unknown option: " + args[5]};
       Check(disk.SetMetadata(key, FromHex(args[6])));
@@ -184,7 +178,7 @@ int VmDisk(Session& session, const std::vector<std::string>& args) {
     for (std::uint8_t b : bytes) std::printf("%02x", b);
     std::printf("\n");
   } else {
-    throw UsageError{"unknown vm disk command: " + what};
+    throw UsageError{"unknown vm disk command '" + what + "'"};
   }
   return 0;
 }

@@ -29,12 +29,6 @@ struct PlannedDisk {
   std::uint64_t Size = 0;
 };
 
-std::uint32_t Number32(const std::string& text, const std::string& what) {
-  const std::uint64_t value = ParseNumber(text, what);
-  if (value > UINT32_MAX) throw UsageError{what + " is too large: " + text};
-  return static_cast<std::uint32_t>(value);
-}
-
 // "ide:0:1:data.vhdx:40G"; the file name may itself hold ":".
 PlannedDisk ParseDisk(const std::string& text) {
   const std::size_t a = text.find(':'), b = text.find(':', a + 1), c = text.find(':', b + 1);
@@ -44,8 +38,8 @@ PlannedDisk ParseDisk(const std::string& text) {
   PlannedDisk disk;
   disk.Given = text;
   disk.BusType = BusType(text.substr(0, a));
-  disk.Bus = Number32(text.substr(a + 1, b - a - 1), "the bus");
-  disk.Location = Number32(text.substr(b + 1, c - b - 1), "the slot");
+  disk.Bus = ParseNumber32(text.substr(a + 1, b - a - 1), "the bus");
+  disk.Location = ParseNumber32(text.substr(b + 1, c - b - 1), "the slot");
   disk.File = text.substr(c + 1, last - c - 1);
   disk.Size = ParseSize(text.substr(last + 1));
   // The dummy checks a VHDX disk; other names get the older format's rules
