@@ -18,6 +18,7 @@ packages=(
   libclang-rt-14-dev  # libFuzzer and the sanitizer runtimes for clang
   qemu-utils     # qemu-img, qemu-io: VHDX files to test against, run as black boxes
   libvhdi-utils  # vhdiinfo: a second opinion on VHDX headers in the tests
+  jq             # the tests read vrig's --json back with a parser of its own
 )
 
 missing=()

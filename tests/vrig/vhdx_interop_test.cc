@@ -3,6 +3,7 @@
 // run as black boxes. Files made by one side are read by the other, and
 // both are held against images the tests keep themselves.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -41,6 +42,13 @@ std::string Field(const std::string& text, const std::string& key) {
   if (at == std::string::npos) return "";
   const std::size_t start = at + key.size();
   return text.substr(start, text.find('\n', start) - start);
+}
+
+// A field of `vrig vhdx info --json`, read back by jq.
+std::string InfoField(const std::string& vhdx, const std::string& field) {
+  const Outcome run = Shell("env LANGUAGE=en " VRIG_PATH " vhdx info --json " + vhdx + " | jq -r ." + field);
+  EXPECT_EQ(run.status, 0) << run.output;
+  return run.output.empty() ? run.output : run.output.substr(0, run.output.size() - 1);
 }
 
 std::string RandomBytes(std::mt19937_64& random, std::size_t size) {
@@ -133,12 +141,10 @@ TEST_F(VhdxInteropTest, FilesQemuMadeExportAsQemuReadsThem) {
     WriteBytes(image, expected);
     ExpectBothRead(vhdx, image);
 
-    const Outcome info = Vrig("info " + vhdx);
-    ASSERT_EQ(info.status, 0) << info.output;
-    EXPECT_EQ(Field(info.output, "type: "), shape.type);
-    EXPECT_EQ(Field(info.output, "virtual size: "), std::to_string(shape.size));
-    EXPECT_EQ(Field(info.output, "block size: "), std::to_string(shape.blockSize));
-    EXPECT_EQ(Field(info.output, "log replayed: "), "no");
+    EXPECT_EQ(InfoField(vhdx, "type"), shape.type);
+    EXPECT_EQ(InfoField(vhdx, "virtual_size"), std::to_string(shape.size));
+    EXPECT_EQ(InfoField(vhdx, "block_size"), std::to_string(shape.blockSize));
+    EXPECT_EQ(InfoField(vhdx, "log_replayed"), "false");
   }
 }
 
@@ -237,10 +243,8 @@ TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
     const std::string vhdx = dir.Join(c.size + "-" + std::to_string(c.sectorSize) + ".vhdx");
     const Outcome made = Vrig("create " + vhdx + " " + c.size + " --sector-size " + std::to_string(c.sectorSize));
     ASSERT_EQ(made.status, 0) << made.output;
-    const Outcome info = Vrig("info " + vhdx);
-    ASSERT_EQ(info.status, 0) << info.output;
-    EXPECT_EQ(Field(info.output, "virtual size: "), std::to_string(c.bytes));
-    EXPECT_EQ(Field(info.output, "logical sector size: "), std::to_string(c.sectorSize));
+    EXPECT_EQ(InfoField(vhdx, "virtual_size"), std::to_string(c.bytes));
+    EXPECT_EQ(InfoField(vhdx, "logical_sector_size"), std::to_string(c.sectorSize));
 
     if (c.sectorSize == 512) {
       const Outcome check = Shell("qemu-img check -f vhdx " + vhdx);
@@ -258,7 +262,7 @@ TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
               std::string::npos) << theirs.output;
     EXPECT_EQ(Field(theirs.output, "Bytes per sector\t: "), std::to_string(c.sectorSize) + " bytes");
     // Its identifier is the data write GUID.
-    std::string guid = Field(info.output, "data write guid: ");
+    std::string guid = InfoField(vhdx, "data_write_guid");
     std::transform(guid.begin(), guid.end(), guid.begin(), [](unsigned char ch) { return std::tolower(ch); });
     EXPECT_EQ(Field(theirs.output, "Identifier\t\t: "), guid);
   }
@@ -290,6 +294,16 @@ TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
     ExpectBothRead(vhdx, padded, sectorSize == 512);
     if (sectorSize == 512) {
       EXPECT_EQ(Shell("qemu-img check -f vhdx " + vhdx).status, 0);
+      // Through pipes both ways: standard input of a given size, standard output.
+      const std::string piped = dir.Join("piped.vhdx");
+      const Outcome in = Shell("cat " + raw + " | " VRIG_PATH " vhdx import - " + piped + " --size " +
+                               std::to_string(size));
+      ASSERT_EQ(in.status, 0) << in.output;
+      EXPECT_EQ(Shell(VRIG_PATH " vhdx export " + piped + " - 2>/dev/null | cmp - " + padded).status, 0);
+      // Input past the size would be lost: the import fails and leaves nothing.
+      const std::string cut = dir.Join("cut.vhdx");
+      EXPECT_EQ(Shell("cat " + raw + " | " VRIG_PATH " vhdx import - " + cut + " --size 1M").status, 1);
+      EXPECT_FALSE(HostTest::Exists(cut));
     }
 
     // Neither direction replaces a file that is there.
@@ -391,6 +405,17 @@ TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   EXPECT_EQ(Vrig("create " + dir.Join("odd.vhdx") + " 6K --sector-size 4096").status, 2);
   EXPECT_FALSE(HostTest::Exists(dir.Join("odd.vhdx")));
   EXPECT_EQ(Vrig("create " + vhdx + " 2M").status, 1);
+
+  // A FIFO is refused at once, not waited on; a closed standard input is
+  // empty, never the container opened in its place.
+  const std::string fifo = dir.Join("fifo.vhdx");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const Outcome piped = Shell("timeout 20 " VRIG_PATH " vhdx info " + fifo);
+  EXPECT_EQ(piped.status, 1);
+  EXPECT_NE(piped.output.find("Not a regular file"), std::string::npos) << piped.output;
+  const std::string before = ReadBytes(vhdx);
+  EXPECT_EQ(Shell(VRIG_PATH " vhdx write " + vhdx + " 0 <&-").status, 0);
+  EXPECT_TRUE(ReadBytes(vhdx) == before);
 
   // Whole sectors are written, the partial one at the end is refused.
   const std::string input = dir.Join("input");

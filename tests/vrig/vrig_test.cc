@@ -93,6 +93,15 @@ TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
   EXPECT_LT(outer, full.output.find("Error code: 0x530015"));
   EXPECT_NE(full.output.find("Error code: 0x5301DF\n"), std::string::npos) << full.output;
 
+  // Listed, and shown as JSON that a parser of its own reads back.
+  ASSERT_EQ(Vrig("vm create " + storage + " Db").status, 0);
+  EXPECT_EQ(Vrig("vm list " + storage).output,
+            "App\t" + renamed + "\nDb\t" + storage + "/Db/Db.vmc\n");
+  EXPECT_EQ(Vrig("vm list " + storage + " --json | jq -r '.[1].name'").output, "Db\n");
+  EXPECT_EQ(Vrig("vm show " + renamed + " --json | jq -r '.Name + \" \" + .Memory'").output, "App 1536\n");
+  EXPECT_EQ(Vrig("info --json | jq -r '.SupportedFirmwareTypes | length'").output, "2\n");
+  ASSERT_EQ(Vrig("vm rm " + storage + "/Db/Db.vmc").status, 0);
+
   EXPECT_EQ(Vrig("vm rm App/App.vmc", "LANGUAGE=en", storage).status, 0);
   EXPECT_EQ(Vrig("vm show " + renamed).status, 1);
   EXPECT_TRUE(std::filesystem::is_empty(storage)) << "the machine folder went with it";

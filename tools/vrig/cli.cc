@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "common/error_format.h"
+#include "json.h"
 
 namespace vrig {
 namespace {
@@ -25,23 +26,26 @@ constexpr std::uint32_t kFileFacility = 0x0004;
 }  // namespace
 
 std::vector<std::string> FailureLines(const Failure& failure) {
-  std::vector<std::string> texts;
+  std::vector<std::pair<std::uint32_t, std::string>> causes;
   std::uint32_t outer = 0;
   for (Common::Error e = failure.Error; e; e = e.Reason()) {
     const std::uint32_t code = e.Code();
-    const bool absorbed = texts.empty() && !failure.Context.empty() && IsOpenWrapper(code) && e.Reason();
     // The system's words for the file error just given say it again.
     const bool repeated = code == kSystemError && (outer >> 16) == kFileFacility;
     outer = code;
-    if (absorbed || repeated) continue;
+    if (repeated) continue;
     std::string text = Narrow(Common::ErrorMessageText(e));
     if (text.empty()) {
       char hex[32];
       std::snprintf(hex, sizeof hex, "error 0x%X", code);
       text = hex;
     }
-    if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(text);
+    if (std::none_of(causes.begin(), causes.end(), [&](const auto& c) { return c.second == text; }))
+      causes.emplace_back(code, text);
   }
+  if (causes.size() > 1 && !failure.Context.empty() && IsOpenWrapper(causes[0].first)) causes.erase(causes.begin());
+  std::vector<std::string> texts;
+  for (const auto& cause : causes) texts.push_back(cause.second);
   if (texts.empty()) texts.push_back("failed");
   std::vector<std::string> lines;
   for (std::size_t i = 0; i < texts.size(); ++i)
@@ -89,15 +93,43 @@ std::string PropertyText(VirtualWareRaw::PropertySet& properties, const std::u16
   return joined;
 }
 
-int Info(const Module& module, const std::vector<std::string>& args) {
-  if (!args.empty()) throw UsageError{"info takes no arguments"};
+void PrintProperties(VirtualWareRaw::PropertySet& properties, bool json,
+                     std::string (*shown)(const std::u16string& name, const std::string& text)) {
+  std::vector<std::u16string> names;
+  Check(properties.GetPropertyNames(names));
+  if (!json) {
+    for (const auto& name : names) {
+      const std::string text = PropertyText(properties, name);
+      std::printf("%s = %s\n", Narrow(name).c_str(), (shown ? shown(name, text) : text).c_str());
+    }
+    return;
+  }
+  Json out;
+  out.BeginObject();
+  for (const auto& name : names) {
+    out.Key(Narrow(name));
+    std::u16string value;
+    const Common::Error single = properties.GetProperty(name, value);
+    if (!single) {
+      out.String(Narrow(value));
+      continue;
+    }
+    std::vector<std::u16string> values;
+    if (properties.GetProperty(name, values)) throw Failure(single);
+    out.BeginArray();
+    for (const auto& v : values) out.String(Narrow(v));
+    out.EndArray();
+  }
+  out.EndObject();
+  std::fputs(out.Text().c_str(), stdout);
+}
+
+int Info(const Module& module, std::vector<std::string> args) {
+  const bool json = TakeFlag(args, "--json");
+  NeedArgs(args, 0, "vrig info [--json]");
   Processor::AutoRef<VirtualWareRaw::SafeVirtualServer> server;
   Check(module.OpenServer(server));
-  auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(server);
-  std::vector<std::u16string> names;
-  Check(properties->GetPropertyNames(names));
-  for (const auto& name : names)
-    std::printf("%s = %s\n", Narrow(name).c_str(), PropertyText(*properties, name).c_str());
+  PrintProperties(*Processor::QueryInterface<VirtualWareRaw::PropertySet>(server), json);
   return 0;
 }
 

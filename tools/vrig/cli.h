@@ -78,7 +78,12 @@ std::string ModuleValue(const std::string& property, const std::string& value);
 // "ide" or "scsi" as the module's bus type.
 std::uint32_t BusType(const std::string& name);
 
-int Info(const Module& module, const std::vector<std::string>& args);
+// An object's properties, 'Name = value' a line (through `shown` when
+// given), or with `json` one object: property names as keys, lists as arrays.
+void PrintProperties(VirtualWareRaw::PropertySet& properties, bool json,
+                     std::string (*shown)(const std::u16string& name, const std::string& text) = nullptr);
+
+int Info(const Module& module, std::vector<std::string> args);
 int Vm(const Module& module, std::vector<std::string> args);
 // `args` follow "vm disk".
 int VmDisk(Session& session, const std::vector<std::string>& args);

@@ -22,64 +22,6 @@ namespace {
 
 namespace Format = Vhdx::Format;
 
-const char* ItemName(const Vhdx::MetadataDescriptor& item) {
-  if (item.IsUser()) return "";
-  struct Known {
-    const Common::Guid& Id;
-    const char* Name;
-  };
-  static const Known known[] = {{Format::kFileParametersItem, "file parameters"},
-                                {Format::kVirtualDiskSizeItem, "virtual disk size"},
-                                {Format::kPage83DataItem, "page 83 data"},
-                                {Format::kLogicalSectorSizeItem, "logical sector size"},
-                                {Format::kPhysicalSectorSizeItem, "physical sector size"},
-                                {Format::kParentLocatorItem, "parent locator"}};
-  for (const Known& k : known)
-    if (k.Id == item.Id) return k.Name;
-  return "";
-}
-
-std::string FlagsText(std::uint32_t flags) {
-  std::string text;
-  auto add = [&](std::uint32_t bit, const char* name) {
-    if (flags & bit) text += std::string(text.empty() ? "" : ",") + name;
-  };
-  add(Format::kMetadataIsUser, "user");
-  add(Format::kMetadataIsVirtualDisk, "virtual-disk");
-  add(Format::kMetadataIsRequired, "required");
-  return text.empty() ? "-" : text;
-}
-
-// Records every item of every file of the chain, in the order read: the
-// top file first, then each parent. Unknown items that readers must
-// understand are left to the engine's policy, so that info refuses what
-// every other open refuses.
-class RecordingConsumer : public Vhdx::SelectiveMetadataConsumer {
- public:
-  struct Item {
-    Vhdx::MetadataDescriptor Descriptor;
-    std::uint32_t Size;
-  };
-
-  bool CanConsume(const Vhdx::MetadataDescriptor& descriptor) const override {
-    return !descriptor.IsRequired() || *ItemName(descriptor);
-  }
-  void Consume(const Vhdx::MetadataDescriptor& descriptor, const std::uint8_t*, std::uint32_t size) override {
-    items.push_back({descriptor, size});
-  }
-
-  std::vector<Item> items;
-};
-
-const char* TypeName(std::uint32_t type) {
-  switch (type) {
-    case Vhdx::kFixedFile: return "fixed";
-    case Vhdx::kDynamicFile: return "dynamic";
-    case Vhdx::kDifferencingFile: return "differencing";
-    default: return "unknown";
-  }
-}
-
 std::uint32_t SectorSizeOption(std::vector<std::string>& args) {
   std::uint32_t size = 512;
   for (std::size_t i = 0; i < args.size(); ++i) {
@@ -118,72 +60,6 @@ int Create(std::vector<std::string> args) {
   Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {size, sectorSize});
   target.Publish();
   Track(tracker.get(), args[0]);
-  return 0;
-}
-
-void PrintItems(const std::vector<RecordingConsumer::Item>& items, std::size_t count) {
-  std::printf("metadata items:\n");
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto& item = items[i];
-    std::printf("  %s  flags %u (%s)  %u bytes%s%s\n", Common::GuidToString(item.Descriptor.Id).c_str(),
-                item.Descriptor.Flags, FlagsText(item.Descriptor.Flags).c_str(), item.Size,
-                *ItemName(item.Descriptor) ? "  " : "", ItemName(item.Descriptor));
-  }
-}
-
-int Info(std::vector<std::string> args) {
-  Need(args, 1, "info <file>");
-  Place place = PlaceOf(args[0], true);
-  RecordingConsumer recorder;
-  Vhdx::DiskImpl disk(*place.Folder, place.Name, recorder, false);
-  Vhdx::DiskFileHierarchy& top = disk.GetTop();
-
-  // The parents' items follow the top file's; opening the parent alone
-  // tells how many are theirs.
-  std::size_t own = recorder.items.size();
-  if (const Vhdx::DiskFileHierarchy* parent = top.GetParent()) {
-    Place above = PlaceOf(Narrow(parent->GetFullName()), true);
-    RecordingConsumer rest;
-    Vhdx::DiskImpl chain(*above.Folder, above.Name, rest, false);
-    own -= std::min(own, rest.items.size());
-  }
-
-  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
-  const Vhdx::WriteGuids guids = top.GetWriteGuids();
-  const Vhdx::BlockCensus census = top.CountBlocks();
-  std::printf("file: %s\n", Narrow(top.GetFullName()).c_str());
-  std::printf("type: %s\n", TypeName(top.GetFileType()));
-  std::printf("virtual size: %llu\n", static_cast<unsigned long long>(parameters.VirtualSize));
-  std::printf("logical sector size: %u\n", parameters.LogicalSectorSize);
-  std::printf("block size: %u\n", top.GetLayout().BlockSize);
-  std::printf("data write guid: %s\n", Common::GuidToString(guids.DataWriteGuid).c_str());
-  std::printf("file write guid: %s\n", Common::GuidToString(guids.FileWriteGuid).c_str());
-  std::printf("log replayed: %s\n", top.IsLogReplayed() ? "yes" : "no");
-  std::printf("blocks: %llu\n", static_cast<unsigned long long>(census.Blocks));
-  std::printf("fully present blocks: %llu\n", static_cast<unsigned long long>(census.FullyPresent));
-  std::printf("partially present blocks: %llu\n", static_cast<unsigned long long>(census.PartiallyPresent));
-  const struct {
-    const char* name;
-    std::uint64_t count;
-  } others[] = {{"zero blocks", census.Zero},
-                {"unmapped blocks", census.Unmapped},
-                {"undefined blocks", census.Undefined},
-                {"blocks in unknown states", census.Unknown},
-                {"sector bitmap blocks", census.SectorBitmaps}};
-  for (const auto& other : others)
-    if (other.count) std::printf("%s: %llu\n", other.name, static_cast<unsigned long long>(other.count));
-  PrintItems(recorder.items, own);
-  const Vhdx::ParentLocatorEntryList entries = top.GetParentLocatorEntries();
-  if (!entries.empty()) {
-    std::printf("parent locator:\n");
-    for (const auto& entry : entries)
-      std::printf("  %s = %s\n", Narrow(entry.Key).c_str(), Narrow(entry.Value).c_str());
-  }
-  if (top.GetParent()) {
-    std::printf("parents:\n");
-    for (const Vhdx::DiskFileHierarchy* p = top.GetParent(); p; p = p->GetParent())
-      std::printf("  %s\n", Narrow(p->GetFullName()).c_str());
-  }
   return 0;
 }
 
@@ -288,7 +164,7 @@ namespace {
 
 int Run(const std::string& what, std::vector<std::string> rest) {
   if (what == "create") return Create(std::move(rest));
-  if (what == "info") return Info(std::move(rest));
+  if (what == "info") return VhdxInfo(std::move(rest));
   if (what == "read") return Read(std::move(rest));
   if (what == "write") return Write(std::move(rest));
   if (what == "import") {

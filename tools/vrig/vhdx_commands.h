@@ -12,6 +12,8 @@ namespace vrig {
 
 // `args` follow "vhdx": the subcommand and its arguments.
 int VhdxCommand(const std::vector<std::string>& args);
+// `args` follow "vhdx info".
+int VhdxInfo(std::vector<std::string> args);
 
 // A raw image into a new dynamic container, and a container out to a new
 // raw image; both skip zeros and report their rate on standard error.

@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 
 #include "cli.h"
+#include "json.h"
 #include "vhdx_access.h"
 
 namespace vrig {
@@ -15,7 +17,7 @@ using VirtualWareRaw::SafeVM;
 
 AutoRef<SafeVM> OpenMachine(Session& session, const std::string& vmc) {
   AutoRef<SafeVM> vm;
-  Check(session.Server->GetRegisteredVM(Absolute(vmc), vm));
+  InContext("cannot open machine '" + vmc + "'", [&] { Check(session.Server->GetRegisteredVM(Absolute(vmc), vm)); });
   return vm;
 }
 
@@ -46,6 +48,38 @@ std::string MemoryText(const std::string& mebibytes) {
   if (value != 0 && value % (1 << 20) == 0) return std::to_string(value >> 20) + "T";
   if (value != 0 && value % (1 << 10) == 0) return std::to_string(value >> 10) + "G";
   return std::to_string(value) + "M";
+}
+
+// The machines of a storage folder: each <name>/<name>.vmc there, opened
+// through the module. One that does not open is reported, and the others
+// are still listed; the status is then 1.
+int List(Session& session, const std::string& storage, bool json) {
+  std::vector<std::string> found;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(storage, error)) {
+    const std::string name = entry.path().filename().string();
+    const std::filesystem::path vmc = entry.path() / (name + ".vmc");
+    if (entry.is_directory() && std::filesystem::is_regular_file(vmc)) found.push_back(vmc.string());
+  }
+  if (error) throw std::runtime_error("cannot list '" + storage + "': " + error.message());
+  std::sort(found.begin(), found.end());
+  Json out;
+  out.BeginArray();
+  int status = 0;
+  for (const std::string& vmc : found) {
+    try {
+      AutoRef<SafeVM> vm = OpenMachine(session, vmc);
+      const std::string name = Property(vm, u"Name"), id = Property(vm, u"ID");
+      if (json) out.BeginObject().Key("name").String(name).Key("path").String(id).EndObject();
+      else std::printf("%s\t%s\n", name.c_str(), id.c_str());
+    } catch (const Failure& failure) {
+      for (const std::string& line : FailureLines(failure)) std::fprintf(stderr, "%s\n", line.c_str());
+      status = 1;
+    }
+  }
+  out.EndArray();
+  if (json) std::fputs(out.Text().c_str(), stdout);
+  return status;
 }
 
 }  // namespace
@@ -113,16 +147,17 @@ int Vm(const Module& module, std::vector<std::string> args) {
     Check(session.Server->CreateVM(storage, Wide(args[2]), 0, vm));
     std::printf("%s\n", Property(vm, u"ID").c_str());
   } else if (what == "show") {
-    Need(args, 1, "show <vmc>");
+    const bool json = TakeFlag(args, "--json");
+    Need(args, 1, "show <vmc> [--json]");
     AutoRef<SafeVM> vm = OpenMachine(session, args[1]);
-    auto properties = Processor::QueryInterface<VirtualWareRaw::PropertySet>(vm);
-    std::vector<std::u16string> names;
-    Check(properties->GetPropertyNames(names));
-    for (const auto& name : names) {
-      std::string text = PropertyText(*properties, name);
-      if (name == u"Memory") text = MemoryText(text);
-      std::printf("%s = %s\n", Narrow(name).c_str(), text.c_str());
-    }
+    PrintProperties(*Processor::QueryInterface<VirtualWareRaw::PropertySet>(vm), json,
+                    [](const std::u16string& name, const std::string& text) {
+                      return name == u"Memory" ? MemoryText(text) : text;
+                    });
+  } else if (what == "list") {
+    const bool json = TakeFlag(args, "--json");
+    Need(args, 1, "list <storage> [--json]");
+    return List(session, args[1], json);
   } else if (what == "set") {
     Need(args, 3, "set <vmc> <property> <value>");
     const std::string value = ModuleValue(args[2], args[3]);
