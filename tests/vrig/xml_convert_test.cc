@@ -34,7 +34,8 @@ TEST(XmlConvertTest, RoundTripsAndNeverOverwrites) {
   HostTest::WriteBytes(dir.Join("cut.bin"), binary.substr(0, binary.size() - 3));
   const HostTest::Outcome cut = Vrig(dir, "cut.bin cut.vmc --text");
   EXPECT_EQ(cut.status, 1);
-  EXPECT_NE(cut.output.find("End of file has been encountered."), std::string::npos) << cut.output;
+  // The reader's internal assertion stays out of what the user reads.
+  EXPECT_EQ(cut.output, "vrig: Failed to parse the XML.\n  End of file has been encountered.\n");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()), {}), 4);
 }
 

@@ -116,6 +116,10 @@ int main(int argc, char** argv) {
   GuardStandardDescriptors();
   std::vector<std::string> words = SplitOptions(argc, argv);
   const bool verbose = TakeWord(words, "-v", "--verbose");
+  // A failed internal assertion prints a line and a stack by default, which
+  // reads as a crash next to the error it leads to. vrig sends it to the
+  // trace sink (seen with --trace) unless -v or the user chose otherwise.
+  if (!verbose) ::setenv("KELVARA_SAFE_ASSERT", "event", 0);
   if (!TakeTraceOption(words)) {
     std::fprintf(stderr, "vrig: --trace takes a level, a whole number; see 'vrig --help'\n");
     return kExitUsage;
