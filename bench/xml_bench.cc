@@ -34,16 +34,20 @@ std::unique_ptr<Xml::Tag> MakeTree(int machines) {
       for (const char* name : {"device_type", "file_type", "location", "relative_location"}) {
         auto value = std::make_unique<Xml::Tag>(name);
         value->SetAttribute("type", u"string");
-        value->Text[0] = u"C:\\Virtual Machines\\Machine " + std::u16string(1, u'A' + m % 26) + u"\\disk" +
-                         std::u16string(1, u'0' + d) + u".vhdx";
+        std::u16string& path = value->Text[0];
+        path = u"C:\\Virtual Machines\\Machine ";
+        path += static_cast<char16_t>(u'A' + m % 26);
+        path += u"\\disk";
+        path += static_cast<char16_t>(u'0' + d);
+        path += u".vhdx";
         disk->InsertChild(disk->Text.size(), std::move(value));
-        disk->Text.back() = u" ";
+        disk->Text.back().assign(1, u' ');  // not = u" ": a false -Wrestrict in g++ 12
       }
       machine->InsertChild(machine->Text.size(), std::move(disk));
-      machine->Text.back() = u" ";
+      machine->Text.back().assign(1, u' ');
     }
     root->InsertChild(root->Text.size(), std::move(machine));
-    root->Text.back() = u" ";
+    root->Text.back().assign(1, u' ');
   }
   return root;
 }

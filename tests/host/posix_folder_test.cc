@@ -66,7 +66,7 @@ TEST_F(PosixFolderTest, FailuresTellCodeTextCauseAndNameAndReadOnlyRefusesChange
       {"rename", u"plain", FileError::Exists, EEXIST, true},  // never replaces
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.operation + (" " + Common::ToUtf8(c.name)));
+    SCOPED_TRACE(testing::Message() << c.operation << " " << Common::ToUtf8(c.name));
     EXPECT_FALSE(Perform(*folder_, c.operation, c.name));
     const Common::Error error = folder_->TakeError();
     EXPECT_EQ(error.Code(), c.code);

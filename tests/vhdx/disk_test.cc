@@ -219,7 +219,7 @@ TEST_F(DiskTest, BrokenLinkageAndLoopingChainsAreRefused) {
   // Two files that name each other, their linkage made to match, and a
   // long chain, which is followed to its root.
   std::vector<std::string> names{"ping.vhdx", "pong.vhdx"};
-  for (int i = 0; i < 100; ++i) names.push_back("c" + std::to_string(i) + ".vhdx");
+  for (int i = 0; i < 100; ++i) names.push_back(std::string("c").append(std::to_string(i)).append(".vhdx"));
   std::vector<std::u16string> linkages;
   for (const std::string& name : names) {
     CreateDisk(name, 8 << 20);

@@ -258,7 +258,7 @@ TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
     const Outcome theirs = Shell("vhdiinfo " + vhdx);
     ASSERT_EQ(theirs.status, 0) << theirs.output;
     EXPECT_EQ(Field(theirs.output, "Disk type\t\t: "), "Dynamic");
-    EXPECT_NE(Field(theirs.output, "Media size\t\t: ").find("(" + std::to_string(c.bytes) + " bytes)"),
+    EXPECT_NE(Field(theirs.output, "Media size\t\t: ").find(std::string("(").append(std::to_string(c.bytes)).append(" bytes)")),
               std::string::npos) << theirs.output;
     EXPECT_EQ(Field(theirs.output, "Bytes per sector\t: "), std::to_string(c.sectorSize) + " bytes");
     // Its identifier is the data write GUID.

@@ -62,10 +62,15 @@ inline std::string Dump(const Tag& tag) {
   std::string out = tag.Name;
   for (const auto& [name, value] : tag.Attributes) out += " " + name + "=\"" + text(value) + "\"";
   if (tag.Text.size() != tag.Children.size() + 1) return out + "[!texts]";
-  out += "[" + text(tag.Text[0]);
-  for (std::size_t i = 0; i < tag.Children.size(); ++i)
-    out += (tag.Children[i]->Parent == &tag ? "" : "!") + Dump(*tag.Children[i]) +
-           text(tag.Text[i + 1]);
+  // Appended piece by piece: g++ 12 at -O3 warns falsely (-Wrestrict) on
+  // "literal" + temporary string.
+  out += '[';
+  out += text(tag.Text[0]);
+  for (std::size_t i = 0; i < tag.Children.size(); ++i) {
+    out += tag.Children[i]->Parent == &tag ? "" : "!";
+    out += Dump(*tag.Children[i]);
+    out += text(tag.Text[i + 1]);
+  }
   return out + "]";
 }
 
