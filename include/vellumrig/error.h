@@ -10,6 +10,8 @@
 // builds.
 #pragma once
 
+#include "vellumrig/version.h"
+
 #include <atomic>
 #include <cstdint>
 #include <string>

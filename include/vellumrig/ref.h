@@ -10,6 +10,8 @@
 // operations of the objects themselves.
 #pragma once
 
+#include "vellumrig/version.h"
+
 #include <atomic>
 #include <cstdint>
 #include <stdexcept>

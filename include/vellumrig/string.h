@@ -2,6 +2,8 @@
 // the interfaces pass: wstring (16-bit units) and credentials.
 #pragma once
 
+#include "vellumrig/version.h"
+
 #include <string>
 
 #include <unicode/unistr.h>

@@ -13,6 +13,8 @@
 #include <uchar.h>
 #endif
 
+#include "vellumrig/version.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -35,7 +37,9 @@ struct LoggingTracer {
 const LoggingTracer* Logging_GetTracer(void);
 typedef const LoggingTracer* (*Logging_GetTracerFn)(void);
 
-#define LOGGING_LIBRARY_NAME "libvellumrig_logging.so"
+/* Versioned like the module, so that a module never binds a library of
+ * another release that happens to lie on the loader's path. */
+#define LOGGING_LIBRARY_NAME "libvellumrig_logging.so." VELLUMRIG_SOVERSION
 
 #ifdef __cplusplus
 }

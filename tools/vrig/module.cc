@@ -24,8 +24,15 @@ Module::Module() {
   std::vector<std::string> candidates;
   if (const char* explicitPath = std::getenv("VELLUMRIG_LIBRARY"); explicitPath && *explicitPath)
     candidates.push_back(explicitPath);
-  candidates.push_back(ExecutableFolder() + "/../lib/libvellumrig.so");
-  candidates.push_back("libvellumrig.so");
+  // The build tree keeps it in lib beside bin; an installed tree wherever
+  // its library folder is.
+  const std::string folder = ExecutableFolder();
+  candidates.push_back(folder + "/../lib/" VELLUMRIG_MODULE_NAME);
+#ifdef VRIG_LIBDIR_FROM_BINDIR
+  if (std::string(VRIG_LIBDIR_FROM_BINDIR) != "../lib")
+    candidates.push_back(folder + "/" VRIG_LIBDIR_FROM_BINDIR "/" VELLUMRIG_MODULE_NAME);
+#endif
+  candidates.push_back(VELLUMRIG_MODULE_NAME);
   std::string failures;
   for (const auto& candidate : candidates) {
     handle_ = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -10,8 +10,9 @@ namespace vrig {
 
 class Module {
  public:
-  // Where the module is looked for: $VELLUMRIG_LIBRARY, then
-  // <folder of vrig>/../lib/libvellumrig.so, then the loader's search path.
+  // Where the module (VELLUMRIG_MODULE_NAME) is looked for:
+  // $VELLUMRIG_LIBRARY, then <folder of vrig>/../lib, then the installed
+  // library folder relative to vrig's, then the loader's search path.
   // Throws std::runtime_error with the loader's text when it is not found.
   Module();
   ~Module();
