@@ -19,6 +19,7 @@ packages=(
   qemu-utils     # qemu-img, qemu-io: VHDX files to test against, run as black boxes
   libvhdi-utils  # vhdiinfo: a second opinion on VHDX headers in the tests
   jq             # the tests read vrig's --json back with a parser of its own
+  dpkg-dev       # cpack -G DEB finds the package's dependencies with dpkg-shlibdeps
 )
 
 missing=()

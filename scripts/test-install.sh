@@ -3,6 +3,7 @@
 # example against it twice, through pkg-config and through find_package;
 # each build must run, make a machine with its disk, and load the module by
 # its soname. The installed vrig must find the installed module by itself.
+# The Debian package is made and looked into.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD_DIR:-build/release}
@@ -58,4 +59,12 @@ if echo '#include "vellumrig/vellumrig.h"' |
   echo "the headers compiled as C++17" >&2; exit 1
 fi
 grep -q "need C++20" "$work/cxx17.log"
+# The Debian package: what it holds and what it needs (installing it would
+# change the machine, so that is done by hand).
+(cd "$build" && cpack -G DEB -B "$work/deb" > /dev/null 2>&1)
+deb=$(echo "$work"/deb/vellumrig_*.deb)
+contents=$(dpkg-deb --contents "$deb")
+grep -q "usr/lib/libvellumrig.so.0 -> " <<< "$contents"
+grep -q "usr/lib/pkgconfig/vellumrig.pc" <<< "$contents"
+dpkg-deb --field "$deb" Depends | grep -q "libicu.*libsqlite3.*libsystemd0"
 echo "install: the host example builds and runs through pkg-config and find_package"
