@@ -61,7 +61,7 @@ fi
 grep -q "need C++20" "$work/cxx17.log"
 # The Debian package: what it holds and what it needs (installing it would
 # change the machine, so that is done by hand).
-(cd "$build" && cpack -G DEB -B "$work/deb" > /dev/null 2>&1)
+(cd "$build" && cpack -G DEB -B "$work/deb" > "$work/cpack.log" 2>&1) || { cat "$work/cpack.log" >&2; exit 1; }
 deb=$(echo "$work"/deb/vellumrig_*.deb)
 contents=$(dpkg-deb --contents "$deb")
 grep -q "usr/lib/libvellumrig.so.0 -> " <<< "$contents"
