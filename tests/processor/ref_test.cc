@@ -90,7 +90,8 @@ TEST(RefTest, HoldersCopyMoveAdoptAndRefuseNull) {
   AutoRef<IAlpha> adopted = AutoRef<IAlpha>::Adopt(c.Detach());
   EXPECT_FALSE(c);
   a = AutoRef<IAlpha>();
-  adopted = std::move(adopted);
+  AutoRef<IAlpha>& alias = adopted;  // self-move on purpose, through a name the compiler does not flag
+  adopted = std::move(alias);
   EXPECT_EQ(destroyed, 0);
   adopted.Reset();
   EXPECT_EQ(destroyed, 1);
