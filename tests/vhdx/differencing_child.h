@@ -17,7 +17,7 @@
 #include "vhdx/format/format.h"
 #include "vhdx/format/little_endian.h"
 #include "vhdx/metadata/metadata_modifier.h"
-#include "vhdx/metadata/parent_locator.h"
+#include "vhdx/metadata/parent_locator_writer.h"
 #include "vhdx/format/region_table.h"
 #include "vhdx/format/region_table_reader.h"
 #include "vhdx/file/throwing_expandable_file_region.h"
@@ -25,32 +25,6 @@
 #include "vhdx/file/writeable_file.h"
 
 namespace VhdxTest {
-
-// The locator item: type GUID, count, key/value table, then the UTF-16 text.
-inline std::string EncodeParentLocator(const Vhdx::ParentLocatorEntryList& entries) {
-  namespace F = Vhdx::Format;
-  std::string item(F::ParentLocator::kHeaderSize + entries.size() * F::ParentLocatorEntry::kSize, '\0');
-  std::memcpy(item.data(), &F::kVhdxParentLocatorType, sizeof F::kVhdxParentLocatorType);
-  auto* p = reinterpret_cast<std::uint8_t*>(item.data());
-  Vhdx::StoreLe16(p + F::ParentLocator::kKeyValueCount, static_cast<std::uint16_t>(entries.size()));
-  std::string text;
-  auto place = [&](const std::u16string& s) {
-    const auto offset = static_cast<std::uint32_t>(item.size() + text.size());
-    text.append(reinterpret_cast<const char*>(s.data()), s.size() * 2);
-    return offset;
-  };
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    auto* e = reinterpret_cast<std::uint8_t*>(item.data()) + F::ParentLocator::kHeaderSize +
-              i * F::ParentLocatorEntry::kSize;
-    const std::uint32_t key = place(entries[i].Key);
-    const std::uint32_t value = place(entries[i].Value);
-    Vhdx::StoreLe32(e + F::ParentLocatorEntry::kKeyOffset, key);
-    Vhdx::StoreLe32(e + F::ParentLocatorEntry::kValueOffset, value);
-    Vhdx::StoreLe16(e + F::ParentLocatorEntry::kKeyLength, static_cast<std::uint16_t>(entries[i].Key.size() * 2));
-    Vhdx::StoreLe16(e + F::ParentLocatorEntry::kValueLength, static_cast<std::uint16_t>(entries[i].Value.size() * 2));
-  }
-  return item + text;
-}
 
 // "{XXXXXXXX-...}", the form locators hold.
 inline std::u16string LinkageText(const Common::Guid& guid) {
@@ -78,9 +52,8 @@ inline void SetParentLocator(rio_dir& dir, const std::u16string& name, const Vhd
     std::uint8_t parameters[8];
     Vhdx::FileParameters{0x400000, Vhdx::FileParameters::kHasParent}.Store(parameters);
     modifier.Set(Vhdx::WellKnownItems::kFileParameters, parameters, sizeof parameters);
-    const std::string locator = EncodeParentLocator(entries);
-    modifier.Set(Vhdx::WellKnownItems::kParentLocator, reinterpret_cast<const std::uint8_t*>(locator.data()),
-                 static_cast<std::uint32_t>(locator.size()));
+    const std::vector<std::uint8_t> locator = Vhdx::EncodeParentLocator(entries);
+    modifier.Set(Vhdx::WellKnownItems::kParentLocator, locator.data(), static_cast<std::uint32_t>(locator.size()));
   });
 }
 

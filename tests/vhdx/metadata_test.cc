@@ -13,6 +13,7 @@
 #include "vhdx/metadata/metadata_table.h"
 #include "vhdx/metadata/metadata_value_consumer.h"
 #include "vhdx/metadata/parent_locator.h"
+#include "vhdx/metadata/parent_locator_writer.h"
 #include "vhdx/differencing_child.h"
 #include "vhdx/test_files.h"
 #include "vhdx/file/writeable_file.h"
@@ -34,7 +35,11 @@ std::string Le32(std::uint32_t v) {
 }
 std::string Le64(std::uint64_t v) { return Le32(static_cast<std::uint32_t>(v)) + Le32(v >> 32); }
 const std::uint8_t* U8(const std::string& s) { return reinterpret_cast<const std::uint8_t*>(s.data()); }
-using VhdxTest::EncodeParentLocator;
+// The engine's writer, whose items the parser must read back.
+std::string EncodeParentLocator(const ParentLocatorEntryList& entries) {
+  const std::vector<std::uint8_t> item = Vhdx::EncodeParentLocator(entries);
+  return std::string(item.begin(), item.end());
+}
 
 struct Item {
   Common::Guid id;

@@ -268,6 +268,57 @@ TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
   }
 }
 
+// A fixed container takes its whole size now and holds data where qemu
+// looks for it; a child records its parent so that vhdiinfo names it and
+// our chain reads through it, and still shows what it can when the parent
+// is gone.
+TEST_F(VhdxInteropTest, FixedAndDifferencingContainersFromVrig) {
+  std::mt19937_64 random(7);
+  const std::string fixed = dir.Join("fixed.vhdx"), raw = dir.Join("fixed.raw");
+  Run(VRIG_PATH " vhdx create " + fixed + " 24M --fixed --block-size 1M");
+  EXPECT_GE(std::filesystem::file_size(fixed), 24 * kMiB);
+  struct stat st{};
+  ASSERT_EQ(::stat(fixed.c_str(), &st), 0);
+  EXPECT_GE(static_cast<std::uint64_t>(st.st_blocks) * 512, 24 * kMiB);  // reserved, not sparse
+  std::string expected(24 * kMiB, '\0');
+  const std::string data = RandomBytes(random, 3 * kMiB);
+  expected.replace(100 * 512, data.size(), data);
+  WriteBytes(dir.Join("data"), data);
+  Run(VRIG_PATH " vhdx write " + fixed + " 100 < " + dir.Join("data"));
+  const Outcome check = Shell("qemu-img check -f vhdx " + fixed);
+  EXPECT_EQ(check.status, 0) << check.output;
+  Run("qemu-img convert -f vhdx -O raw " + fixed + " " + raw);
+  EXPECT_TRUE(ReadBytes(raw) == expected);
+  EXPECT_EQ(std::filesystem::file_size(fixed), st.st_size + 0u);  // writes allocated nothing
+
+  const std::string base = dir.Join("base.vhdx"), child = dir.Join("sub/child.vhdx");
+  Run(VRIG_PATH " vhdx import " + raw + " " + base);
+  ASSERT_EQ(::mkdir(dir.Join("sub").c_str(), 0755), 0);
+  Run(VRIG_PATH " vhdx create --parent " + base + " " + child);
+  const std::string mine = RandomBytes(random, 8192);
+  expected.replace(2 * kMiB, mine.size(), mine);
+  WriteBytes(dir.Join("mine"), mine);
+  Run(VRIG_PATH " vhdx write " + child + " " + std::to_string(2 * kMiB / 512) + " < " + dir.Join("mine"));
+  Run(VRIG_PATH " vhdx export " + child + " " + dir.Join("child.raw"));
+  EXPECT_TRUE(ReadBytes(dir.Join("child.raw")) == expected);
+  EXPECT_EQ(InfoField(child, "parent_locator.relative_path"), "..\\base.vhdx");
+  if (Have("vhdiinfo")) {
+    const Outcome theirs = Shell("vhdiinfo " + child);
+    ASSERT_EQ(theirs.status, 0) << theirs.output;
+    EXPECT_EQ(Field(theirs.output, "Disk type\t\t: "), "Differential");
+    std::string guid = InfoField(base, "data_write_guid");
+    std::transform(guid.begin(), guid.end(), guid.begin(), [](unsigned char ch) { return std::tolower(ch); });
+    EXPECT_EQ(Field(theirs.output, "Parent identifier\t: "), guid) << theirs.output;
+  }
+
+  ASSERT_EQ(::rename(base.c_str(), dir.Join("moved.vhdx").c_str()), 0);
+  const Outcome orphan = Vrig("info " + child);
+  EXPECT_EQ(orphan.status, 0) << orphan.output;
+  EXPECT_NE(orphan.output.find("type: differencing"), std::string::npos) << orphan.output;
+  EXPECT_NE(orphan.output.find("parent missing: "), std::string::npos) << orphan.output;
+  EXPECT_NE(InfoField(child, "parent_missing"), "null");
+}
+
 TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
   // Data at places no hole or zero run is aligned to, and a partial last
   // sector, which the container pads with zeros.

@@ -60,8 +60,8 @@ constexpr Command kCommands[] = {
      "A new container: dynamic (blocks are allocated as they are written) unless\n"
      "--fixed (all of it allocated now), or a differencing child of <parent> that\n"
      "takes the parent's size and sectors and records where the parent is.\n"
-     "Blocks are 4M unless told (1M to 256M, a power of two); sectors 512 bytes\n"
-     "unless told. An existing file is refused."},
+     "Blocks are 4M (a child's: its parent's) unless told (1M to 256M, a power of\n"
+     "two); sectors 512 bytes unless told. An existing file is refused."},
     {"vhdx info", "<file> [--json]",
      "Type, sizes, geometry, identifiers, blocks, metadata, parent locator and\n"
      "parents. A child whose parent is missing is shown all the same, with the\n"

@@ -34,6 +34,24 @@ Place PlaceOf(const std::string& path, bool readOnly, Host::TrackingHost* tracke
   return {std::move(folder), full.substr(slash + 1)};
 }
 
+std::uint32_t SectorSizeOption(std::vector<std::string>& args) {
+  std::uint32_t size = 512;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] != "--sector-size") continue;
+    if (i + 1 == args.size()) throw UsageError{"--sector-size needs 512 or 4096"};
+    if (args[i + 1] == "512") size = 512;
+    else if (args[i + 1] == "4096") size = 4096;
+    else throw UsageError{"--sector-size must be 512 or 4096, not " + args[i + 1]};
+    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+    --i;
+  }
+  return size;
+}
+
+void Track(Host::TrackingHost* tracker, const std::string& path) {
+  if (tracker) Check(tracker->Track(Absolute(path)));
+}
+
 bool TakeOption(std::vector<std::string>& args, const std::string& flag, std::string& value) {
   const auto at = std::find(args.begin(), args.end(), flag);
   if (at == args.end()) return false;

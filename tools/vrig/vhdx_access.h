@@ -12,6 +12,7 @@
 
 #include "vellumrig/file_tracker.h"
 #include "vellumrig/folder.h"
+#include "vhdx/format/format.h"
 
 namespace vrig {
 
@@ -23,7 +24,7 @@ inline constexpr std::size_t kTransferBytes = 16u << 20;
 inline constexpr std::size_t kZeroGrain = 64u << 10;
 
 // The largest virtual disk the format describes.
-inline constexpr std::uint64_t kMaxVirtualSize = std::uint64_t{64} << 40;
+inline constexpr std::uint64_t kMaxVirtualSize = Vhdx::Format::kMaxVirtualSize;
 
 // The folder of a command-line path (relative to the current folder) and
 // the file's name in it.
@@ -40,6 +41,12 @@ Place PlaceOf(const std::string& path, bool readOnly, Host::TrackingHost* tracke
 std::unique_ptr<Host::TrackingHost> TrackerOption(std::vector<std::string>& args);
 // Takes "<flag> <value>" out of `args`; false when the flag is absent.
 bool TakeOption(std::vector<std::string>& args, const std::string& flag, std::string& value);
+
+// Takes "--sector-size 512|4096" out of `args`; 512 when absent.
+std::uint32_t SectorSizeOption(std::vector<std::string>& args);
+// A container made whole under its own name is new to the tracker, which
+// then counts all of it as changed for every ID it gave out before.
+void Track(Host::TrackingHost* tracker, const std::string& path);
 
 bool PathExists(const std::string& path);
 

@@ -7,7 +7,6 @@
 
 #include "cli.h"
 #include "common/guid.h"
-#include "vhdx/disk/create.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_deleter.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
@@ -22,45 +21,8 @@ namespace {
 
 namespace Format = Vhdx::Format;
 
-std::uint32_t SectorSizeOption(std::vector<std::string>& args) {
-  std::uint32_t size = 512;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] != "--sector-size") continue;
-    if (i + 1 == args.size()) throw UsageError{"--sector-size needs 512 or 4096"};
-    if (args[i + 1] == "512") size = 512;
-    else if (args[i + 1] == "4096") size = 4096;
-    else throw UsageError{"--sector-size must be 512 or 4096, not " + args[i + 1]};
-    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
-    --i;
-  }
-  return size;
-}
-
 void Need(const std::vector<std::string>& args, std::size_t count, const char* form) {
   NeedArgs(args, count, std::string("vrig vhdx ") + form);
-}
-
-// A container made whole under its own name is new to the tracker, which
-// then counts all of it as changed for every ID it gave out before.
-void Track(Host::TrackingHost* tracker, const std::string& path) {
-  if (tracker) Check(tracker->Track(Absolute(path)));
-}
-
-int Create(std::vector<std::string> args) {
-  const std::uint32_t sectorSize = SectorSizeOption(args);
-  const auto tracker = TrackerOption(args);
-  Need(args, 2, "create <file> <size>[K|M|G|T] [--sector-size 512|4096] [--tracker <db>]");
-  const std::uint64_t size = ParseSize(args[1]);
-  if (size == 0 || size % sectorSize)
-    throw UsageError{"the size must be a non-zero multiple of the sector size (" + std::to_string(sectorSize) + ")"};
-  if (size > kMaxVirtualSize) throw UsageError{"the size must not exceed 64T"};
-  RefuseExisting(args[0]);
-  PartialFile target(args[0]);
-  Place place = PlaceOf(target.Path(), false);
-  Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {size, sectorSize});
-  target.Publish();
-  Track(tracker.get(), args[0]);
-  return 0;
 }
 
 // The sector count of a disk, and a refusal of ranges past it.
@@ -163,7 +125,7 @@ void RefuseExisting(const std::string& path) {
 namespace {
 
 int Run(const std::string& what, std::vector<std::string> rest) {
-  if (what == "create") return Create(std::move(rest));
+  if (what == "create") return VhdxCreate(std::move(rest));
   if (what == "info") return VhdxInfo(std::move(rest));
   if (what == "read") return Read(std::move(rest));
   if (what == "write") return Write(std::move(rest));

@@ -12,6 +12,8 @@ namespace vrig {
 
 // `args` follow "vhdx": the subcommand and its arguments.
 int VhdxCommand(const std::vector<std::string>& args);
+// `args` follow "vhdx create".
+int VhdxCreate(std::vector<std::string> args);
 // `args` follow "vhdx info".
 int VhdxInfo(std::vector<std::string> args);
 

@@ -92,6 +92,10 @@ inline constexpr ErrorMessage kParentCycle{0x3C0030, Msg::EngineParentCycle};
 // Creating and deleting containers.
 inline constexpr ErrorMessage kCodeNotImplemented{0x100401, Msg::CodeNotImplemented};
 inline constexpr ErrorMessage kInvalidArguments{0x3C0001, Msg::InvalidArguments};
+inline constexpr ErrorMessage kBadBlockSize{0x3C0001, Msg::EngineBadBlockSize};
+inline constexpr ErrorMessage kBadSectorSize{0x3C0001, Msg::EngineBadSectorSize};
+inline constexpr ErrorMessage kBadVirtualSize{0x3C0001, Msg::EngineBadVirtualSize};
+inline constexpr ErrorMessage kBackslashInPath{0x3C0001, Msg::EngineBackslashInPath};
 inline constexpr ErrorMessage kCreateFailed{0x3C0005, Msg::EngineCreateFailed};
 inline constexpr ErrorMessage kDeleteFileFailed{0x3C002E, Msg::EngineDeleteFileFailed};
 inline constexpr ErrorMessage kDeleteFailed{0x3C0009, Msg::EngineDeleteFailed};

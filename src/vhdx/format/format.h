@@ -111,6 +111,12 @@ inline constexpr std::uint32_t kMetadataIsUser = 1;
 inline constexpr std::uint32_t kMetadataIsVirtualDisk = 2;
 inline constexpr std::uint32_t kMetadataIsRequired = 4;
 
+// What the items may say of a new container: blocks are powers of two in
+// this range, and a disk is at most 64 TiB.
+inline constexpr std::uint32_t kMinBlockSize = 0x100000;
+inline constexpr std::uint32_t kMaxBlockSize = 0x10000000;
+inline constexpr std::uint64_t kMaxVirtualSize = std::uint64_t{64} << 40;
+
 // The items the engine knows, all system items (IsUser clear).
 inline constexpr Common::Guid kFileParametersItem{
     0xCAA16737, 0xFA36, 0x4D43, {0xB3, 0xB6, 0x33, 0xF0, 0xAA, 0x44, 0xE7, 0x6B}};
