@@ -126,6 +126,7 @@ namespace {
 
 int Run(const std::string& what, std::vector<std::string> rest) {
   if (what == "create") return VhdxCreate(std::move(rest));
+  if (what == "check") return VhdxCheck(std::move(rest));
   if (what == "info") return VhdxInfo(std::move(rest));
   if (what == "read") return Read(std::move(rest));
   if (what == "write") return Write(std::move(rest));

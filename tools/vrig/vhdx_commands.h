@@ -14,6 +14,8 @@ namespace vrig {
 int VhdxCommand(const std::vector<std::string>& args);
 // `args` follow "vhdx create".
 int VhdxCreate(std::vector<std::string> args);
+// `args` follow "vhdx check": exit 0 clean, 2 corruption, 3 repairable only.
+int VhdxCheck(std::vector<std::string> args);
 // `args` follow "vhdx info".
 int VhdxInfo(std::vector<std::string> args);
 

@@ -9,6 +9,7 @@
 
 #include "cli.h"
 #include "common/guid.h"
+#include "vhdx/check/check.h"
 #include "json.h"
 #include "vhdx/disk/disk.h"
 #include "vhdx/disk/disk_file_hierarchy.h"
@@ -113,6 +114,7 @@ struct Facts {
   Vhdx::DiskFileLayout Layout;
   Vhdx::WriteGuids Guids;
   Vhdx::BlockCensus Census;
+  std::uint64_t BlocksPastEnd = 0;  // named present by the BAT, but not in the file
   bool LogReplayed = false;
   RecordingConsumer Items;
   Vhdx::ParentLocatorEntryList Locator;
@@ -133,6 +135,11 @@ void Gather(const std::string& path, Facts& facts) {
   facts.Census = file.CountBlocks();
   facts.LogReplayed = file.IsLogReplayed();
   facts.Locator = file.GetParentLocatorEntries();
+  // The BAT's word is not the file's: a file cut short names blocks it no
+  // longer holds.
+  if (std::unique_ptr<i_file> again = place.Folder->OpenFile(place.Name, kOpenRead))
+    facts.BlocksPastEnd =
+        Vhdx::CheckContainer(dynamic_cast<ri_file&>(*again), false).Count(Vhdx::FindingKind::BlockPastEnd);
   struct stat st;
   if (::stat(path.c_str(), &st) == 0) {
     facts.FileSize = static_cast<std::uint64_t>(st.st_size);
@@ -189,6 +196,9 @@ void PrintText(const Facts& f) {
     if (count || label == "blocks" || label.starts_with("fully") || label.starts_with("partially"))
       std::printf("%s: %llu\n", label.c_str(), static_cast<unsigned long long>(count));
   }
+  if (f.BlocksPastEnd)
+    std::printf("blocks past the end of the file: %llu (named present, but the file is shorter)\n",
+                static_cast<unsigned long long>(f.BlocksPastEnd));
   std::printf("metadata items:\n");
   for (const auto& item : f.Items.items)
     std::printf("  %s  flags %u (%s)  %u bytes%s%s\n", Common::GuidToString(item.Descriptor.Id).c_str(),
@@ -227,6 +237,7 @@ void PrintJson(const Facts& f) {
   json.Key("file_write_guid").String(Common::GuidToString(f.Guids.FileWriteGuid));
   json.Key("log_replayed").Bool(f.LogReplayed);
   for (const auto& [name, count] : CensusFields(f.Census)) json.Key(name).Number(count);
+  json.Key("blocks_past_end").Number(f.BlocksPastEnd);
   json.Key("metadata").BeginArray();
   for (const auto& item : f.Items.items) {
     json.BeginObject();

@@ -41,12 +41,15 @@ std::optional<RegionList> Parse(const std::vector<std::uint8_t>& image) {
 }  // namespace
 
 RegionList RegionTableReader::Read(File& file) {
-  std::vector<std::uint8_t> image(Format::kRegionTableSize);
-  for (const std::uint64_t offset : Format::kRegionTableOffsets) {
-    file.Read(offset, image.size(), image.data());
-    if (auto regions = Parse(image)) return std::move(*regions);
-  }
+  for (std::size_t index = 0; index < Format::kRegionTableCount; ++index)
+    if (auto regions = ReadCopy(file, index)) return std::move(*regions);
   throw Common::MessageError(VR_SITE, kRegionTableInvalid);
+}
+
+std::optional<RegionList> RegionTableReader::ReadCopy(File& file, std::size_t index) {
+  std::vector<std::uint8_t> image(Format::kRegionTableSize);
+  file.Read(Format::kRegionTableOffsets[index], image.size(), image.data());
+  return Parse(image);
 }
 
 }  // namespace Vhdx
