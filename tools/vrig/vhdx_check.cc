@@ -44,7 +44,9 @@ int Print(const Vhdx::CheckReport& report, bool repairing) {
   if (repairable)
     std::printf("\n%s found on the image; %s.\n",
                 Plural(repairable, "repairable inconsistency was", "repairable inconsistencies were").c_str(),
-                repairing ? "they are left as they are: repairing them here is not safe" : "'vrig vhdx check --repair' repairs them");
+                repairing                ? "repairing it here is not safe"
+                : repairable == 1 ? "'vrig vhdx check --repair' repairs it"
+                                  : "'vrig vhdx check --repair' repairs them");
   if (report.Blocks)
     std::printf("%llu/%llu = %.2f%% allocated\n", static_cast<unsigned long long>(report.Allocated),
                 static_cast<unsigned long long>(report.Blocks),
