@@ -130,7 +130,9 @@ const Damage kDamages[] = {
      FindingKind::LogOrphanGuid, FindingClass::Repairable},
     {"damaged log", false,
      [](CheckTest& t, const std::string& n) {
-       t.Patch(n, kLog, t.LogEntry(t.log, std::filesystem::file_size(t.dir.Join(n))).replace(100, 1, "x"));
+       std::string entry = t.LogEntry(t.log, std::filesystem::file_size(t.dir.Join(n)));
+       entry[100] ^= 1;  // its checksum no longer holds
+       t.Patch(n, kLog, entry);
        t.SetLogGuid(n, t.log);
      },
      FindingKind::LogDamaged, FindingClass::Corruption},

@@ -289,7 +289,6 @@ TEST_F(VhdxInteropTest, FixedAndDifferencingContainersFromVrig) {
   EXPECT_EQ(check.status, 0) << check.output;
   Run("qemu-img convert -f vhdx -O raw " + fixed + " " + raw);
   EXPECT_TRUE(ReadBytes(raw) == expected);
-  EXPECT_EQ(std::filesystem::file_size(fixed), st.st_size + 0u);  // writes allocated nothing
 
   const std::string base = dir.Join("base.vhdx"), child = dir.Join("sub/child.vhdx");
   Run(VRIG_PATH " vhdx import " + raw + " " + base);
