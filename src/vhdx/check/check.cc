@@ -134,25 +134,38 @@ void CheckBlocks(File& view, DiskFile& disk, const HeaderInfo& header, bool bitm
                 "blocks lie past the end of the file (" + Num(size) + " bytes)");
   Tally overStructures(FindingKind::BlockOverStructures, FindingClass::Corruption,
                        "blocks lie over the file's own structures");
-  Tally shared(FindingKind::BlocksShareBytes, FindingClass::Corruption, "blocks share bytes with others");
+  Tally shared(FindingKind::BlocksShareBytes, FindingClass::Corruption,
+               "blocks share bytes with another block or sector bitmap");
   Tally missing(FindingKind::BitmapMissing, FindingClass::Corruption,
                 "partly present blocks have no sector bitmap");
   Tally stale(FindingKind::StaleBitmapBits, FindingClass::Repairable,
               "blocks that are not present have bits set in their sector bitmap");
 
-  std::vector<Span> spans;
+  // Which MiB of the file a block or bitmap took already: offsets and sizes
+  // are whole MiB, so one bit each finds any two that share bytes, in
+  // memory that grows with the file and not with a list of blocks.
+  std::vector<bool> taken((size + Format::kMiB - 1) / Format::kMiB);
   // Places a block or bitmap; true when it lies wholly in the file.
-  auto place = [&](std::uint64_t offset, std::uint64_t length, const std::string& what) {
-    const std::string where = what + " at offset " + Num(offset);
+  auto place = [&](std::uint64_t offset, std::uint64_t length, bool isBitmap, std::uint64_t index) {
+    auto where = [&] {
+      std::string text = isBitmap ? "the sector bitmap of chunk " : "block ";
+      return text.append(Num(index)).append(" at offset ").append(Num(offset));
+    };
     bool inside = offset <= size && size - offset >= length;
-    if (!inside) pastEnd.Add(where);
+    if (!inside) pastEnd.Add(where());
     for (const Span& r : reserved)
       if (Overlap(offset, length, r.Offset, r.Length)) {
-        overStructures.Add(where + " (" + r.What + ")");
+        overStructures.Add(where() + " (" + r.What + ")");
         inside = false;
         break;
       }
-    spans.push_back({offset, length, where});
+    bool sharing = false;
+    const std::uint64_t first = offset / Format::kMiB, units = length / Format::kMiB;
+    for (std::uint64_t unit = first; unit < taken.size() && unit - first < units; ++unit) {
+      sharing = sharing || taken[unit];
+      taken[unit] = true;
+    }
+    if (sharing) shared.Add(where());
     return inside;
   };
 
@@ -170,7 +183,7 @@ void CheckBlocks(File& view, DiskFile& disk, const HeaderInfo& header, bool bitm
     const BatEntry map(LoadLe64(reinterpret_cast<const std::uint8_t*>(&table[ratio])));
     bool mapInFile = false;
     if (map.GetState() == SB_BLOCK_PRESENT)
-      mapInFile = place(map.GetFileOffset(), kSectorBitmapBlockSize, "the sector bitmap of chunk " + Num(c));
+      mapInFile = place(map.GetFileOffset(), kSectorBitmapBlockSize, true, c);
     else if (map.GetState() != SB_BLOCK_NOT_PRESENT)
       badState.Add("the sector bitmap of chunk " + Num(c) + " (state " + Num(map.GetState()) + ")");
     if (child && bitmaps && mapInFile) {
@@ -182,18 +195,18 @@ void CheckBlocks(File& view, DiskFile& disk, const HeaderInfo& header, bool bitm
 
     for (std::uint64_t j = 0; j < count; ++j) {
       const BatEntry entry(LoadLe64(reinterpret_cast<const std::uint8_t*>(&table[j])));
-      const std::string block = "block " + Num(first + j);
+      auto block = [&] { return std::string("block ").append(Num(first + j)); };
       switch (entry.GetState()) {
         case PAYLOAD_BLOCK_PARTIALLY_PRESENT:
           if (!child) {
-            badState.Add(block + " (partly present outside a differencing file)");
+            badState.Add(block() + " (partly present outside a differencing file)");
           } else if (map.GetState() != SB_BLOCK_PRESENT) {
-            missing.Add(block);
+            missing.Add(block());
           }
           [[fallthrough]];
         case PAYLOAD_BLOCK_FULLY_PRESENT:
           ++report.Allocated;
-          place(entry.GetFileOffset(), g.BlockSize, block);
+          place(entry.GetFileOffset(), g.BlockSize, false, first + j);
           break;
         case PAYLOAD_BLOCK_NOT_PRESENT:
         case PAYLOAD_BLOCK_UNDEFINED:
@@ -202,23 +215,17 @@ void CheckBlocks(File& view, DiskFile& disk, const HeaderInfo& header, bool bitm
           if (bitmap.empty()) break;
           const auto* bits = bitmap.data() + j * bytesPerBlock;
           if (std::any_of(bits, bits + bytesPerBlock, [](std::uint8_t b) { return b != 0; })) {
-            stale.Add(block);
+            stale.Add(block());
             report.StaleBits.push_back({map.GetFileOffset() + j * bytesPerBlock, bytesPerBlock});
           }
           break;
         }
         default:
-          badState.Add(block + " (state " + Num(entry.GetState()) + ")");
+          badState.Add(block() + " (state " + Num(entry.GetState()) + ")");
       }
     }
   }
 
-  std::sort(spans.begin(), spans.end(), [](const Span& a, const Span& b) { return a.Offset < b.Offset; });
-  const Span* reach = nullptr;  // the span seen so far that ends last
-  for (const Span& s : spans) {
-    if (reach && Overlap(s.Offset, s.Length, reach->Offset, reach->Length)) shared.Add(s.What + " and " + reach->What);
-    if (!reach || s.Offset + s.Length > reach->Offset + reach->Length) reach = &s;
-  }
   for (const Tally* t : {&badState, &pastEnd, &overStructures, &shared, &missing, &stale}) t->Emit(report);
 }
 
