@@ -79,6 +79,16 @@ TEST_F(ContainerRecipeTest, ChildTakesItsParentsShapeAndReadsThroughIt) {
   EXPECT_EQ(DataWriteGuid("base.vhdx"), linkage);
 }
 
+// 130945 blocks fill the table's first MiB exactly; the sector bitmap entry
+// of the last, incomplete chunk lies behind it and must still have room.
+TEST_F(ContainerRecipeTest, AChildsLastChunkHasRoomForItsBitmapEntry) {
+  CreateDisk("base.vhdx", 130945ull << 22);
+  Make("child.vhdx", Vhdx::ChildOf(*Folder(), u"base.vhdx", u"child.vhdx"));
+  const std::uint64_t last = (130945ull << 22) / 512 - 1;
+  Write("child.vhdx", last, Pattern(1, 5));
+  EXPECT_EQ(Read("child.vhdx", last, 1), Pattern(1, 5));
+}
+
 TEST_F(ContainerRecipeTest, RefusesWhatTheFormatCannotHold) {
   struct Case {
     const char* what;

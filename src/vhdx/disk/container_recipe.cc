@@ -47,7 +47,14 @@ struct Layout {
 Layout LayoutOf(const ContainerRecipe& recipe) {
   Layout layout;
   layout.Geometry = BlockGeometry::Make(recipe.BlockSize, recipe.LogicalSectorSize, recipe.VirtualSize);
-  const std::uint64_t batBytes = layout.Geometry.BatEntryCount * sizeof(BatEntry);
+  std::uint64_t entries = layout.Geometry.BatEntryCount;
+  // A child's last chunk, even when incomplete, needs room for the entry of
+  // its sector bitmap: its first partial write puts one there.
+  if (recipe.Type == ContainerRecipe::Kind::Differencing) {
+    const std::uint64_t ratio = layout.Geometry.ChunkRatio;
+    entries = (layout.Geometry.PayloadBlocks + ratio - 1) / ratio * (ratio + 1);
+  }
+  const std::uint64_t batBytes = entries * sizeof(BatEntry);
   layout.BatLength = (batBytes + Format::kMiB - 1) / Format::kMiB * Format::kMiB;
   if (layout.BatLength > UINT32_MAX) throw Common::MessageError(VR_SITE, kBeyondAllocation);
   layout.DataOffset = kBatOffset + layout.BatLength;
