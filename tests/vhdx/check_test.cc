@@ -212,6 +212,8 @@ TEST_F(CheckTest, VrigReportsDamageAndRepairsWhatItMay) {
   run = HostTest::Shell(vrig + path + " --repair");
   EXPECT_EQ(run.status, 2) << run.output;
   EXPECT_NE(run.output.find("ERROR: 1 blocks lie past the end"), std::string::npos) << run.output;
+  run = HostTest::Shell(std::string(VRIG_PATH) + " vhdx info " + path);
+  EXPECT_NE(run.output.find("blocks past the end of the file: 1 "), std::string::npos) << run.output;
   EXPECT_EQ(HostTest::Shell(vrig + dir.Join("none.vhdx")).status, 1);
 }
 
