@@ -66,15 +66,18 @@ int VhdxCheck(std::vector<std::string> args) {
   const bool repair = TakeFlag(args, "--repair");
   NeedArgs(args, 1, "vrig vhdx check <file> [--repair]");
   const std::string& path = args[0];
-  const Vhdx::CheckReport report = Check(path);
-  if (!repair || !AnyRepairable(report)) return Print(report, false);
+  if (!repair) return Print(Check(path), false);
 
-  for (const Vhdx::Finding& f : report.Findings)
-    std::printf("%s: %s\n", f.Class == Vhdx::FindingClass::Corruption ? "ERROR" : "Repairable", f.Text.c_str());
   {
+    // Locked before the check, so that what the repair acts on is what was
+    // found: no other writer can move a bitmap in between.
     Place place = PlaceOf(path, false);
     std::unique_ptr<i_file> file = place.Folder->OpenFile(place.Name, kOpenReadWrite);
     if (!file) throw Failure(place.Folder->TakeError());
+    const Vhdx::CheckReport report = Vhdx::CheckContainer(dynamic_cast<ri_file&>(*file));
+    if (!AnyRepairable(report)) return Print(report, false);
+    for (const Vhdx::Finding& f : report.Findings)
+      std::printf("%s: %s\n", f.Class == Vhdx::FindingClass::Corruption ? "ERROR" : "Repairable", f.Text.c_str());
     for (const std::string& line : Vhdx::RepairContainer(dynamic_cast<rio_file&>(*file), report))
       std::printf("Repaired: %s\n", line.c_str());
   }

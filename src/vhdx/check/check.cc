@@ -180,7 +180,10 @@ void CheckBlocks(File& view, DiskFile& disk, const HeaderInfo& header, bool bitm
     if (at < size) view.Read(at, std::min<std::uint64_t>(table.size() * 8, size - at), table.data());
     const std::uint64_t first = c * ratio, count = std::min(ratio, g.PayloadBlocks - first);
 
-    const BatEntry map(LoadLe64(reinterpret_cast<const std::uint8_t*>(&table[ratio])));
+    // Only a child's table has an entry for the bitmap of a last, incomplete
+    // chunk; elsewhere that slot is not part of the table.
+    const bool hasMap = child || count == ratio;
+    const BatEntry map(hasMap ? LoadLe64(reinterpret_cast<const std::uint8_t*>(&table[ratio])) : 0);
     bool mapInFile = false;
     if (map.GetState() == SB_BLOCK_PRESENT)
       mapInFile = place(map.GetFileOffset(), kSectorBitmapBlockSize, true, c);
