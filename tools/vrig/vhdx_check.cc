@@ -30,13 +30,15 @@ std::string Plural(std::uint64_t n, const char* one, const char* many) {
   return std::to_string(n) + " " + (n == 1 ? one : many);
 }
 
+void PrintFindings(const Vhdx::CheckReport& report) {
+  for (const Vhdx::Finding& f : report.Findings)
+    std::printf("%s: %s\n", f.Class == Vhdx::FindingClass::Corruption ? "ERROR" : "Repairable", f.Text.c_str());
+}
+
 int Print(const Vhdx::CheckReport& report, bool repairing) {
+  PrintFindings(report);
   std::uint64_t errors = 0, repairable = 0;
-  for (const Vhdx::Finding& f : report.Findings) {
-    const bool corrupt = f.Class == Vhdx::FindingClass::Corruption;
-    std::printf("%s: %s\n", corrupt ? "ERROR" : "Repairable", f.Text.c_str());
-    ++(corrupt ? errors : repairable);
-  }
+  for (const Vhdx::Finding& f : report.Findings) ++(f.Class == Vhdx::FindingClass::Corruption ? errors : repairable);
   if (report.Findings.empty()) std::printf("No errors were found on the image.\n");
   if (errors)
     std::printf("\n%s found on the image.\nData may be corrupted, or further writes to the image may corrupt it.\n",
@@ -76,8 +78,7 @@ int VhdxCheck(std::vector<std::string> args) {
     if (!file) throw Failure(place.Folder->TakeError());
     const Vhdx::CheckReport report = Vhdx::CheckContainer(dynamic_cast<ri_file&>(*file));
     if (!AnyRepairable(report)) return Print(report, false);
-    for (const Vhdx::Finding& f : report.Findings)
-      std::printf("%s: %s\n", f.Class == Vhdx::FindingClass::Corruption ? "ERROR" : "Repairable", f.Text.c_str());
+    PrintFindings(report);
     for (const std::string& line : Vhdx::RepairContainer(dynamic_cast<rio_file&>(*file), report))
       std::printf("Repaired: %s\n", line.c_str());
   }
