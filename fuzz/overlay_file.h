@@ -61,13 +61,18 @@ class OverlayFile final : public rio_file {
     while (size) {
       const std::uint64_t n = std::min(size, kPage - offset % kPage);
       const std::uint64_t page = offset / kPage;
-      // A whole page of zeros past the image reads as zeros without a page:
-      // a log may zero a gigabyte, which must not cost a gigabyte here.
+      // A page of zeros past the image reads as zeros without a page: a log
+      // may zero gigabytes, at offsets that need not be page aligned, which
+      // must not cost gigabytes here.
       static constexpr char kZeroPage[kPage] = {};
-      if (n == kPage && page * kPage >= baseEnd_ && std::memcmp(in, kZeroPage, kPage) == 0)
-        pages_.erase(page);
-      else
+      if (page * kPage >= baseEnd_ && std::memcmp(in, kZeroPage, n) == 0) {
+        if (const auto found = pages_.find(page); found != pages_.end()) {
+          std::memset(found->second->data() + offset % kPage, 0, n);
+          if (std::memcmp(found->second->data(), kZeroPage, kPage) == 0) pages_.erase(found);
+        }
+      } else {
         std::memcpy(PageOf(page).data() + offset % kPage, in, n);
+      }
       in += n;
       offset += n;
       size -= n;
