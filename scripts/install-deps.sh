@@ -20,6 +20,9 @@ packages=(
   libvhdi-utils  # vhdiinfo: a second opinion on VHDX headers in the tests
   jq             # the tests read vrig's --json back with a parser of its own
   dpkg-dev       # cpack -G DEB finds the package's dependencies with dpkg-shlibdeps
+  nbdkit         # serves containers over NBD through tools/nbdkit
+  nbdkit-plugin-dev  # the plugin's header
+  libnbd-bin     # nbdinfo: the tests read the served extents with it
 )
 
 missing=()

@@ -109,6 +109,16 @@ struct ReplaceCommand {
   const char16_t* To;
 };
 
+// The command block that asks a file for the descriptor it reads through,
+// so that a tool can move the file's bytes inside the kernel
+// (copy_file_range) instead of through its own buffers. The descriptor
+// stays the file's: it must not be closed, and is valid while the file is.
+// A file without one answers 0x4000E.
+struct DescriptorCommand {
+  char Tag[4];  // "DESC"
+  int Descriptor;
+};
+
 // File-error codes (facility 0x0004).
 namespace FileError {
 inline constexpr std::uint32_t Read = 0x40001;

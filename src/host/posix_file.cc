@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <new>
 
 #include "common/message_table.h"
@@ -90,6 +91,15 @@ class DescriptorFile : public Base {
 
   void LockShared() override {
     if (!this->Failed()) Lock(LOCK_SH | LOCK_NB);
+  }
+
+  void IOCTL(void* command) override {
+    auto* descriptor = static_cast<DescriptorCommand*>(command);
+    if (!descriptor || std::memcmp(descriptor->Tag, "DESC", 4) != 0) {
+      Base::IOCTL(command);
+      return;
+    }
+    descriptor->Descriptor = fd_;
   }
 
  protected:

@@ -1,6 +1,7 @@
 // The whole disk: creation by the recipe, block writes and the order of
 // their file changes, reads through a chain of parents, parent lookup and
 // its failures, deletion of chains. Real files in a scratch folder.
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -149,6 +150,35 @@ TEST_F(DiskTest, ChainsReadThroughParentsWithZerosPastAShorterParent) {
   expected.replace(kBlock, kBlock, Pattern(kBlockSectors, 5));
   EXPECT_TRUE(Read("top.vhdx", 0, 4 * kBlockSectors) == expected);
 
+  {
+    // The map says where each byte of that read comes from: data at a place
+    // in one of the three files, or zeros. Laid out again, it is the read.
+    auto top = Open("top.vhdx");
+    std::string rebuilt;
+    std::vector<Vhdx::SectorRun> runs;
+    top->Map(0, 4 * kBlockSectors, [&](const Vhdx::SectorRun& run) {
+      EXPECT_EQ(run.Sector * kSector, rebuilt.size());
+      runs.push_back(run);
+      if (run.Source != Vhdx::SectorSource::kData) {
+        rebuilt.append(run.Count * kSector, '\0');
+        return;
+      }
+      const std::string file = Common::ToUtf8(run.File->GetFullName());
+      rebuilt += HostTest::ReadBytes(file).substr(run.FileOffset, run.Count * kSector);
+    });
+    EXPECT_TRUE(rebuilt == expected);
+    // Neighbours of one source are merged: block 1 is one run of the top,
+    // and what lies past the middle's end is one hole.
+    const auto block1 = std::find_if(runs.begin(), runs.end(), [](const Vhdx::SectorRun& r) { return r.Sector == kBlockSectors; });
+    ASSERT_NE(block1, runs.end());
+    EXPECT_EQ(block1->Count, kBlockSectors);
+    EXPECT_EQ(block1->File, &top->GetTop());
+    EXPECT_EQ(runs.back().Source, Vhdx::SectorSource::kHole);
+    EXPECT_EQ(runs.back().Sector + runs.back().Count, 4 * kBlockSectors);
+    EXPECT_LE(runs.back().Sector, 3 * kBlockSectors);
+    for (std::size_t i = 1; i < runs.size(); ++i)
+      EXPECT_FALSE(runs[i].Source == runs[i - 1].Source && runs[i].Source != Vhdx::SectorSource::kData) << i;
+  }
   {
     auto top = Open("top.vhdx");
     EXPECT_EQ(top->GetTop().GetFileType(), Vhdx::kDifferencingFile);

@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
+#include <future>
+#include <map>
 #include <memory>
 #include <cerrno>
 #include <cstdio>
@@ -15,6 +18,7 @@
 #include "cli.h"
 #include "vhdx/disk/create.h"
 #include "vhdx/disk/disk.h"
+#include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx_access.h"
 #include "vhdx_commands.h"
 
@@ -167,6 +171,128 @@ void Store(Vhdx::Disk& disk, std::uint32_t sectorSize, std::vector<std::uint8_t>
   });
 }
 
+// A stretch of the raw image, as the import reads it.
+struct Piece {
+  std::uint64_t Offset = 0;
+  std::size_t Size = 0;  // 0: the image has no more
+};
+
+// Two buffers, so that the engine works on one while a second thread does
+// the file's side of the other: both cores work. The engine itself is only
+// ever called from the calling thread.
+class TwoBuffers {
+ public:
+  TwoBuffers() : buffers_{std::vector<std::uint8_t>(kTransferBytes), std::vector<std::uint8_t>(kTransferBytes)} {}
+  // Waits for what a thread still does with a buffer.
+  ~TwoBuffers() {
+    if (pending_.valid()) pending_.wait();
+  }
+
+  // The buffer to fill next; nothing else uses it any more.
+  std::vector<std::uint8_t>& Free() { return buffers_[next_]; }
+  // Writes the buffer just filled on the second thread, once the write
+  // before has finished (and raised, should it have failed).
+  void Write(std::function<void(const std::vector<std::uint8_t>&)> write) {
+    Wait();
+    pending_ = std::async(std::launch::async, std::move(write), std::cref(buffers_[next_]));
+    next_ ^= 1;
+  }
+  void Wait() {
+    if (pending_.valid()) pending_.get();
+  }
+
+ private:
+  std::vector<std::uint8_t> buffers_[2];
+  std::future<void> pending_;
+  int next_ = 0;
+};
+
+// The descriptor a file of the chain reads through, or -1 if its host
+// file has none to give.
+int DescriptorOf(const Vhdx::DiskFileHierarchy& level) {
+  i_file& file = level.GetHostFile();
+  if (file.Failed()) return -1;
+  DescriptorCommand command{{'D', 'E', 'S', 'C'}, -1};
+  file.IOCTL(&command);
+  if (file.Failed()) {
+    file.TakeError();  // only the question failed, not the file
+    return -1;
+  }
+  return command.Descriptor;
+}
+
+// The bytes on disk are the container's only when no open played a log
+// into memory over them.
+bool BytesAsOnDisk(Vhdx::DiskFileHierarchy& top) {
+  for (Vhdx::DiskFileHierarchy* level = &top; level; level = level->GetParent())
+    if (level->IsLogReplayed()) return false;
+  return true;
+}
+
+// Copies inside the kernel (a clone where the file system shares blocks).
+// Returns how much it copied: less than asked when the source ends early
+// or the file systems cannot copy between them.
+std::uint64_t CopyInKernel(int from, std::uint64_t fromOffset, int to, std::uint64_t toOffset, std::uint64_t size,
+                           const std::string& raw) {
+  std::uint64_t done = 0;
+  while (done < size) {
+    loff_t in = static_cast<loff_t>(fromOffset + done);
+    loff_t out = static_cast<loff_t>(toOffset + done);
+    const ssize_t n = ::copy_file_range(from, &in, to, &out, size - done, 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) break;
+    if (n < 0) Fail("cannot write", raw);
+    if (n == 0) break;
+    done += static_cast<std::uint64_t>(n);
+  }
+  return done;
+}
+
+// The disk into a fresh file, run by run as the map gives them: holes and
+// zero runs are left alone (the file's final size reads zeros there),
+// data the container holds as it stands is copied file to file, and the
+// rest is read through the engine, its zeros left out.
+void ExportToFile(Vhdx::Disk& disk, int out, const std::string& raw, Progress& progress) {
+  const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
+  const std::uint32_t sectorSize = parameters.LogicalSectorSize;
+  const bool direct = BytesAsOnDisk(disk.GetTop());
+  std::map<const Vhdx::DiskFileHierarchy*, int> descriptors;
+  TwoBuffers buffers;
+  const auto throughEngine = [&](std::uint64_t sector, std::uint64_t count) {
+    for (std::uint64_t done = 0; done < count;) {
+      const std::uint64_t n = std::min<std::uint64_t>(kTransferBytes / sectorSize, count - done);
+      std::vector<std::uint8_t>& buffer = buffers.Free();
+      disk.Read(sector + done, n, buffer.data());
+      const std::uint64_t offset = (sector + done) * sectorSize;
+      const std::size_t size = static_cast<std::size_t>(n * sectorSize);
+      buffers.Write([offset, size, out, &raw](const std::vector<std::uint8_t>& data) {
+        ForEachDataRun(data.data(), size, [&](std::size_t at, std::size_t length) {
+          WriteFully(out, data.data() + at, length, offset + at, raw);
+        });
+      });
+      done += n;
+    }
+  };
+  const std::uint64_t sectors = parameters.VirtualSize / sectorSize;
+  disk.Map(0, sectors, [&](const Vhdx::SectorRun& run) {
+    if (run.Source == Vhdx::SectorSource::kData) {
+      std::uint64_t copied = 0;
+      if (direct && run.File) {
+        const auto found = descriptors.try_emplace(run.File, -1);
+        if (found.second) found.first->second = DescriptorOf(*run.File);
+        if (const int fd = found.first->second; fd >= 0)
+          copied = CopyInKernel(fd, run.FileOffset, out, run.Sector * sectorSize, run.Count * sectorSize, raw) /
+                   sectorSize;
+      }
+      // A run the kernel could not copy (a block past the end of its file,
+      // say) reads as the engine reads it.
+      if (copied < run.Count) throughEngine(run.Sector + copied, run.Count - copied);
+    }
+    progress.Advance((run.Sector + run.Count) * sectorSize);
+  });
+  buffers.Wait();
+}
+
 }  // namespace
 
 int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sectorSize, std::uint64_t streamSize) {
@@ -185,41 +311,55 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
   const std::uint64_t virtualSize = (size + sectorSize - 1) / sectorSize * sectorSize;
   if (virtualSize > kMaxVirtualSize) throw std::runtime_error("an image of more than 64T does not fit a container");
 
+  // The next stretch of the image into a buffer; runs on the second thread.
+  std::uint64_t next = 0;
+  std::function<Piece(std::vector<std::uint8_t>&)> read;
+  if (stream) {
+    read = [&](std::vector<std::uint8_t>& buffer) -> Piece {
+      if (next == size) return {};
+      const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, size - next));
+      const Piece piece{next, ReadStream(STDIN_FILENO, buffer.data(), want)};
+      next += piece.Size;
+      // Bytes past the size would be lost without a word: the import
+      // fails, and nothing is left under the container's name.
+      std::uint8_t more;
+      if (next == size && ReadStream(STDIN_FILENO, &more, 1) != 0)
+        throw std::runtime_error("standard input holds more than --size " + std::to_string(size) + " bytes");
+      if (piece.Size < want) next = size;  // the stream ended early: the rest reads zeros
+      return piece;
+    };
+  } else {
+    read = [&](std::vector<std::uint8_t>& buffer) -> Piece {
+      if (next >= size) return {};
+      const std::size_t n = NextStretch(file->Get(), next, size);
+      if (n == 0) return {};
+      ReadFully(file->Get(), buffer.data(), n, next, raw);
+      const Piece piece{next, n};
+      next += n;
+      return piece;
+    };
+  }
+
   PartialFile target(vhdx);
   Place place = PlaceOf(target.Path(), false);
   Vhdx::Create(*place.Folder, place.Name, Vhdx::kCreateDynamic, {virtualSize, sectorSize});
   {
     Vhdx::OnlyCheckingMetadataConsumer consumer;
     Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
-    std::vector<std::uint8_t> buffer(kTransferBytes);
     Progress progress(virtualSize);
-    if (stream) {
-      for (std::uint64_t offset = 0;;) {
-        const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, size - offset));
-        const std::size_t n = ReadStream(STDIN_FILENO, buffer.data(), want);
-        Store(disk, sectorSize, buffer, offset, n);
-        offset += n;
-        progress.Advance(offset);
-        if (n < want) break;
-        // Bytes past the size would be lost without a word: the import
-        // fails, and nothing is left under the container's name.
-        if (offset == size) {
-          std::uint8_t more;
-          if (ReadStream(STDIN_FILENO, &more, 1) != 0)
-            throw std::runtime_error("standard input holds more than --size " + std::to_string(size) + " bytes");
-          break;
-        }
-      }
-    } else {
-      for (std::uint64_t offset = 0; offset < size;) {
-        const std::size_t n = NextStretch(file->Get(), offset, size);
-        if (n == 0) break;
-        ReadFully(file->Get(), buffer.data(), n, offset, raw);
-        Store(disk, sectorSize, buffer, offset, n);
-        offset += n;
-        progress.Advance(offset);
-      }
+    // The second thread reads the next stretch while the engine stores this one.
+    std::vector<std::uint8_t> buffers[2] = {std::vector<std::uint8_t>(kTransferBytes),
+                                            std::vector<std::uint8_t>(kTransferBytes)};
+    std::future<Piece> pending = std::async(std::launch::async, read, std::ref(buffers[0]));
+    for (int i = 0;; i ^= 1) {
+      const Piece piece = pending.get();
+      if (piece.Size == 0) break;
+      pending = std::async(std::launch::async, read, std::ref(buffers[i ^ 1]));
+      Store(disk, sectorSize, buffers[i], piece.Offset, piece.Size);
+      progress.Advance(piece.Offset + piece.Size);
     }
+    // Done means durable, before the container takes its name.
+    disk.Flush();
     progress.Finish();
   }
   target.Publish();
@@ -227,19 +367,33 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
 }
 
 // The whole disk in order to a stream, zeros included: a pipe has no holes.
+// Holes and zero runs are written without being read.
 void ExportToStream(Vhdx::Disk& disk, int fd) {
   const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
-  std::vector<std::uint8_t> buffer(kTransferBytes);
+  const std::uint32_t sectorSize = parameters.LogicalSectorSize;
+  static const std::vector<std::uint8_t> zeros(kTransferBytes);
+  TwoBuffers buffers;
   Progress progress(parameters.VirtualSize);
-  for (std::uint64_t offset = 0; offset < parameters.VirtualSize; offset += kTransferBytes) {
-    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, parameters.VirtualSize - offset));
-    const std::size_t whole = n / parameters.LogicalSectorSize;
-    disk.Read(offset / parameters.LogicalSectorSize, whole, buffer.data());
-    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(whole * parameters.LogicalSectorSize),
-              buffer.begin() + static_cast<std::ptrdiff_t>(n), 0);
-    WriteStream(fd, buffer.data(), n);
-    progress.Advance(offset + n);
-  }
+  disk.Map(0, parameters.VirtualSize / sectorSize, [&](const Vhdx::SectorRun& run) {
+    for (std::uint64_t done = 0; done < run.Count;) {
+      const std::uint64_t n = std::min<std::uint64_t>(kTransferBytes / sectorSize, run.Count - done);
+      const std::size_t size = static_cast<std::size_t>(n * sectorSize);
+      if (run.Source == Vhdx::SectorSource::kData) {
+        std::vector<std::uint8_t>& buffer = buffers.Free();
+        disk.Read(run.Sector + done, n, buffer.data());
+        buffers.Write([fd, size](const std::vector<std::uint8_t>& data) { WriteStream(fd, data.data(), size); });
+      } else {
+        buffers.Wait();  // in order: a stream has no offsets
+        WriteStream(fd, zeros.data(), size);
+      }
+      done += n;
+    }
+    progress.Advance((run.Sector + run.Count) * sectorSize);
+  });
+  buffers.Wait();
+  // A virtual size may end inside a sector that no read reaches: zeros.
+  if (const std::uint64_t tail = parameters.VirtualSize % sectorSize)
+    WriteStream(fd, zeros.data(), static_cast<std::size_t>(tail));
   progress.Finish();
 }
 
@@ -259,12 +413,11 @@ int Export(const std::string& vhdx, const std::string& raw) {
 
   PartialFile target(raw);
   Descriptor out(::open(target.Path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), target.Path());
-  std::vector<std::uint8_t> buffer(kTransferBytes);
   Progress progress(parameters.VirtualSize);
-  std::uint64_t done = 0;
-  // Zeros become holes; the final size below gives the tail its length.
-  CopyOut(disk, 0, parameters.VirtualSize, out.Get(), raw, true, buffer, progress, done);
+  ExportToFile(disk, out.Get(), raw, progress);
   if (::ftruncate(out.Get(), static_cast<off_t>(parameters.VirtualSize)) != 0) Fail("cannot set the size of", raw);
+  // Done means durable, before the image takes its name.
+  if (::fdatasync(out.Get()) != 0) Fail("cannot flush", raw);
   out.Close();
   progress.Finish();
   target.Publish();

@@ -10,6 +10,7 @@
 #include "vhdx/bat/bat_area.h"
 #include "vhdx/bat/bat_traits.h"
 #include "vhdx/blocks/bitmap_store.h"
+#include "vhdx/blocks/sector_run.h"
 #include "vhdx/file/file.h"
 
 namespace Vhdx {
@@ -29,8 +30,13 @@ class BatDiskReader {
   // unless the last sector (the first one for an empty request) is on the
   // disk. A failure midway leaves the bits of what was read clear.
   void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer);
+  // The same walk, reporting to `map` where the sectors this file holds lie
+  // instead of reading them.
+  void Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map);
 
  private:
+  void Walk(std::uint64_t sector, Vhd::Bitmap& wanted, std::uint8_t* bytes, const SectorRunSink* map);
+
   File& file_;
   BatAreaLoader& bat_;
   BlockGeometry geometry_;

@@ -24,13 +24,15 @@ void ContinuousBlockReader::Read(std::uint64_t offsetInBlock, const ReadTarget& 
 }
 
 void ZeroFillingBlockReader::ReadContinuous(std::uint64_t, const ReadTarget& target) {
-  std::memset(target.Buffer, 0, target.GetSize() * target.SectorSize);
+  if (target.Map) target.Report(source_);
+  else std::memset(target.Buffer, 0, target.GetSize() * target.SectorSize);
   target.Wanted->SetAll(false);
 }
 
 void WholeBlockReader::ReadContinuous(std::uint64_t offsetInBlock, const ReadTarget& target) {
-  file_.Read(blockOffset_ + offsetInBlock * target.SectorSize, target.GetSize() * target.SectorSize,
-             target.Buffer);
+  const std::uint64_t at = blockOffset_ + offsetInBlock * target.SectorSize;
+  if (target.Map) target.Report(SectorSource::kData, at);
+  else file_.Read(at, target.GetSize() * target.SectorSize, target.Buffer);
   target.Wanted->SetAll(false);
 }
 
@@ -46,7 +48,9 @@ void BitmappedBlockReader::ReadContinuous(std::uint64_t offsetInBlock, const Rea
     }
     const std::uint64_t m = std::min(run, end - p);
     const ReadTarget slice = target.Slice(p - offsetInBlock, m);
-    file_.Read(blockOffset_ + p * target.SectorSize, m * target.SectorSize, slice.Buffer);
+    const std::uint64_t at = blockOffset_ + p * target.SectorSize;
+    if (slice.Map) slice.Report(SectorSource::kData, at);
+    else file_.Read(at, m * target.SectorSize, slice.Buffer);
     slice.Wanted->SetAll(false);
     p = blockBitmap_->FindNext(p + m, true);
   }

@@ -43,8 +43,15 @@ class ContinuousBlockReader : public BlockReader {
 };
 
 class ZeroFillingBlockReader : public ContinuousBlockReader {
+ public:
+  // A map learns whether the zeros are a hole or stated by the file.
+  explicit ZeroFillingBlockReader(SectorSource source = SectorSource::kZero) : source_(source) {}
+
  protected:
   void ReadContinuous(std::uint64_t offsetInBlock, const ReadTarget& target) override;
+
+ private:
+  SectorSource source_;
 };
 
 class WholeBlockReader : public ContinuousBlockReader {

@@ -35,7 +35,7 @@ std::unique_ptr<BlockReader> ChunkReader::CreateBlockReader(std::uint64_t block,
   switch (entry.GetState()) {
     case PAYLOAD_BLOCK_NOT_PRESENT:
       if (isDifferencing_) return std::make_unique<NopBlockReader>();
-      return std::make_unique<ZeroFillingBlockReader>();
+      return std::make_unique<ZeroFillingBlockReader>(SectorSource::kHole);
     // These end the walk up a differencing chain with zeros.
     case PAYLOAD_BLOCK_UNDEFINED:
     case PAYLOAD_BLOCK_ZERO:

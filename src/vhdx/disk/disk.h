@@ -30,8 +30,15 @@ class Disk {
   virtual DiskParameters GetDiskParameters() = 0;
   // `count` sectors into `buffer`, through the chain.
   virtual void Read(std::uint64_t sector, std::uint64_t count, void* buffer) = 0;
+  // Where sectors [sector, sector + count) come from, in ascending order;
+  // neighbouring runs of one source (for data: one file, its bytes in a
+  // row) come as one.
+  virtual void Map(std::uint64_t sector, std::uint64_t count, const SectorRunSink& map) = 0;
   // Into the top file only.
   virtual void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) = 0;
+  // Puts what was written on stable storage: the engine keeps no cache of
+  // its own, so this is the top file's flush.
+  virtual void Flush() = 0;
   // The top file's items, less those the disk and the disk file keep.
   virtual void EnumerateMetadata(MetadataConsumer& consumer) = 0;
   virtual void SetMetadata(MetadataProvider& provider) = 0;
@@ -59,7 +66,9 @@ class DiskImpl : public Disk {
   // Raises 0x3C0023 should a sector be left unread, which only an engine
   // fault can cause.
   void Read(std::uint64_t sector, std::uint64_t count, void* buffer) override;
+  void Map(std::uint64_t sector, std::uint64_t count, const SectorRunSink& map) override;
   void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) override;
+  void Flush() override;
   void EnumerateMetadata(MetadataConsumer& consumer) override;
   void SetMetadata(MetadataProvider& provider) override;
   std::string GetCurrentChangeID() override;

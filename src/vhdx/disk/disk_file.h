@@ -11,6 +11,7 @@
 #include "vellumrig/tracker.h"
 #include "vhd/bitmap.h"
 #include "vhd/collector.h"
+#include "vhdx/blocks/sector_run.h"
 #include "vhdx/metadata/metadata_consumer.h"
 #include "vhdx/metadata/metadata_descriptor.h"
 #include "vhdx/metadata/metadata_provider.h"
@@ -77,6 +78,8 @@ class DiskFile {
   // all of them; the sectors this file holds are filled and their bits
   // cleared, what stays set must come from a parent.
   virtual void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) = 0;
+  // As Read, but reports to `map` where the sectors this file holds lie.
+  virtual void Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map) = 0;
   // `count` whole sectors from `buffer`.
   virtual void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) = 0;
   // The sectors of the virtual disk that `changedFile` (the changes of this
@@ -105,6 +108,9 @@ class DiskFileDelegate : public DiskFileDecorator {
   void RemoveMetadata(const MetadataDescriptor& descriptor) override { inner_->RemoveMetadata(descriptor); }
   void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) override {
     inner_->Read(sector, wanted, buffer);
+  }
+  void Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map) override {
+    inner_->Map(sector, wanted, map);
   }
   void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) override {
     inner_->Write(sector, count, buffer);

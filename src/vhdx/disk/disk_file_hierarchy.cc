@@ -117,14 +117,14 @@ DiskFileHierarchy::Parent DiskFileHierarchy::OpenParent(rio_dir& dir, SelectiveM
   return {std::move(parent), std::move(found.Folder)};
 }
 
-void DiskFileHierarchy::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) {
+template <class Take, class PastParent>
+void DiskFileHierarchy::Walk(std::uint64_t sector, Vhd::Bitmap& wanted, Take take, PastParent pastParent) {
   // Down the chain in a loop, each level with the part of the request that
   // lies within its parent: a long chain must not recurse.
-  auto* bytes = static_cast<std::uint8_t*>(buffer);
   Vhd::Bitmap* bits = &wanted;
   std::shared_ptr<Vhd::Bitmap> view;
   for (DiskFileHierarchy* level = this; level; level = level->parent_.get()) {
-    level->FileHoldingDiskFile::Read(sector, *bits, buffer);
+    take(*level, *bits);
     const std::uint64_t n = bits->GetSize();
     if (!level->parent_ || bits->Find(true) >= n) return;
 
@@ -132,10 +132,9 @@ void DiskFileHierarchy::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* bu
     const std::uint64_t parentSectors = theirs.VirtualSize / theirs.LogicalSectorSize;
     const std::uint64_t m = sector < parentSectors ? std::min(parentSectors - sector, n) : 0;
     // Past the parent's end the child reads zeros.
-    const std::uint64_t size = level->GetDiskParameters().LogicalSectorSize;
     for (std::uint64_t i = bits->FindNext(m, true); i < n;) {
       const std::uint64_t end = bits->FindNext(i, false);
-      std::memset(bytes + i * size, 0, (end - i) * size);
+      pastParent(*level, i, end - i);
       bits->Set(i, end - i, false);
       i = end < n ? bits->FindNext(end, true) : n;
     }
@@ -143,6 +142,33 @@ void DiskFileHierarchy::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* bu
     view = bits->GetSubBitmap(0, m);
     bits = view.get();
   }
+}
+
+void DiskFileHierarchy::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) {
+  auto* bytes = static_cast<std::uint8_t*>(buffer);
+  Walk(
+      sector, wanted,
+      [&](DiskFileHierarchy& level, Vhd::Bitmap& bits) { level.FileHoldingDiskFile::Read(sector, bits, buffer); },
+      [&](DiskFileHierarchy& level, std::uint64_t first, std::uint64_t count) {
+        const std::uint64_t size = level.GetDiskParameters().LogicalSectorSize;
+        std::memset(bytes + first * size, 0, count * size);
+      });
+}
+
+void DiskFileHierarchy::Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map) {
+  Walk(
+      sector, wanted,
+      [&](DiskFileHierarchy& level, Vhd::Bitmap& bits) {
+        const SectorRunSink stamped = [&](const SectorRun& run) {
+          SectorRun mine = run;
+          if (mine.Source == SectorSource::kData) mine.File = &level;
+          map(mine);
+        };
+        level.FileHoldingDiskFile::Map(sector, bits, stamped);
+      },
+      [&](DiskFileHierarchy&, std::uint64_t first, std::uint64_t count) {
+        map({sector + first, count, SectorSource::kHole, 0, nullptr});
+      });
 }
 
 std::unique_ptr<DiskFileHierarchy> OpenHierarchy(rio_dir& dir, const std::u16string& path,

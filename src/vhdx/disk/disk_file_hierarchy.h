@@ -32,8 +32,19 @@ class DiskFileHierarchy : public FileHoldingDiskFile {
   DiskFileHierarchy* GetParent() const { return parent_.get(); }
 
   void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) override;
+  // Runs of data name the level that holds them.
+  void Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map) override;
+  // The host's file object of this level, for tools that move its bytes
+  // themselves (see SectorRun); only sound while no log was replayed.
+  i_file& GetHostFile() const { return HostFile(); }
 
  private:
+  // Hands the request to each level in turn, `take(level, bits)`, with
+  // what is left wanted; `pastParent(level, first, count)` for sectors
+  // that lie past the end of a shorter parent.
+  template <class Take, class PastParent>
+  void Walk(std::uint64_t sector, Vhd::Bitmap& wanted, Take take, PastParent pastParent);
+
   friend std::unique_ptr<DiskFileHierarchy> OpenHierarchy(rio_dir&, const std::u16string&,
                                                           SelectiveMetadataConsumer&, bool);
 

@@ -331,6 +331,11 @@ void DiskFileImpl::Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer)
       .Read(sector, wanted, buffer);
 }
 
+void DiskFileImpl::Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map) {
+  BatDiskReader(assembly_->GetReadFile(), *bat_, geometry_, fileType_ == kDifferencingFile, &bitmapCache_)
+      .Map(sector, wanted, map);
+}
+
 void DiskFileImpl::CheckBatRoom(std::uint64_t sector, std::uint64_t count) const {
   const std::uint64_t lastBlock = (sector + count - 1) / geometry_.SectorsPerBlock;
   std::uint64_t lastIndex = PayloadEntryIndex(lastBlock, geometry_.ChunkRatio);

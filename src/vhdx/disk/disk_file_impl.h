@@ -36,6 +36,7 @@ class DiskFileImpl : public DiskFile {
   void SetMetadata(MetadataProvider& provider) override;
   void RemoveMetadata(const MetadataDescriptor& descriptor) override;
   void Read(std::uint64_t sector, Vhd::Bitmap& wanted, void* buffer) override;
+  void Map(std::uint64_t sector, Vhd::Bitmap& wanted, const SectorRunSink& map) override;
   void Write(std::uint64_t sector, std::uint64_t count, const void* buffer) override;
   void CollectChangedAreas(ChangedFile& changedFile, Vhd::DiskAreaCollector& collector) override;
   bool IsLogReplayed() override { return logReplayed_; }

@@ -35,6 +35,9 @@ class FileHoldingDiskFile : private Detail::HostFileHolder, public DiskFileDeleg
   // else is refused as a read-only file.
   FileHoldingDiskFile(std::unique_ptr<i_file> file, bool writable, SelectiveMetadataConsumer& consumer);
 
+ protected:
+  i_file& HostFile() const { return *file_; }
+
  private:
   static std::unique_ptr<DiskFile> Open(i_file& file, bool writable, SelectiveMetadataConsumer& consumer);
 };

@@ -1,5 +1,8 @@
 #include "vhdx/disk/disk.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "common/message_error.h"
 #include "common/site.h"
 #include "vhd/collector_delegate.h"
@@ -28,8 +31,48 @@ void DiskImpl::Read(std::uint64_t sector, std::uint64_t count, void* buffer) {
   if (wanted->Find(true) != count) throw Common::MessageError(VR_SITE, kNotAllSectorsRead);
 }
 
+void DiskImpl::Map(std::uint64_t sector, std::uint64_t count, const SectorRunSink& map) {
+  // The walk reports each level's runs in turn; they are put in order a
+  // piece at a time, so that neither the bitmap nor the list grows with
+  // the disk.
+  constexpr std::uint64_t kPiece = std::uint64_t{1} << 24;
+  SectorRun pending;
+  const auto emit = [&](const SectorRun& run) {
+    const bool joins = pending.Count != 0 && pending.Source == run.Source && pending.Sector + pending.Count == run.Sector &&
+                       (run.Source != SectorSource::kData ||
+                        (pending.File == run.File &&
+                         pending.FileOffset + pending.Count * GetDiskParameters().LogicalSectorSize == run.FileOffset));
+    if (joins) {
+      pending.Count += run.Count;
+      return;
+    }
+    if (pending.Count != 0) map(pending);
+    pending = run;
+  };
+  std::vector<SectorRun> runs;
+  for (std::uint64_t done = 0; done < count;) {
+    const std::uint64_t n = std::min(kPiece, count - done);
+    const std::shared_ptr<Vhd::DataOwningBitmap> wanted = Vhd::CreateBitmap(n, true);
+    runs.clear();
+    top_->Map(sector + done, *wanted, [&](const SectorRun& run) { runs.push_back(run); });
+    if (wanted->Find(true) != n) throw Common::MessageError(VR_SITE, kNotAllSectorsRead);
+    std::sort(runs.begin(), runs.end(), [](const SectorRun& a, const SectorRun& b) { return a.Sector < b.Sector; });
+    for (const SectorRun& run : runs) emit(run);
+    done += n;
+  }
+  if (pending.Count != 0) map(pending);
+}
+
 void DiskImpl::Write(std::uint64_t sector, std::uint64_t count, const void* buffer) {
   top_->Write(sector, count, buffer);
+}
+
+void DiskImpl::Flush() {
+  // A read-only open has written nothing to flush.
+  auto* file = dynamic_cast<o_file*>(&top_->GetHostFile());
+  if (!file) return;
+  file->Flush();
+  if (file->Failed()) throw file->Status;
 }
 
 void DiskImpl::EnumerateMetadata(MetadataConsumer& consumer) {
