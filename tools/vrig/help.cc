@@ -84,6 +84,9 @@ constexpr Command kCommands[] = {
     {"vhdx changes", "<file> <change-id|*> [--tracker <db>]",
      "Changed sectors, 'first count' a line, then the total (\"*\": all the data\n"
      "the chain holds)."},
+    {"vhdx serve", "<file> [--socket <path>] [--readonly]",
+     "Serves the disk over NBD on a Unix socket until stopped (Ctrl-C), through\n"
+     "nbdkit and the vellumrig plugin; prints the URI to connect to."},
     {"vhdx rm", "<file> [--chain] [--force]",
      "Deletes a container; --chain also its parents, --force one that does not open."},
     {"track start", "<db> <folder|file>", "Tracks what is there, kept in the database <db>."},

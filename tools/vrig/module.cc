@@ -8,7 +8,6 @@
 #include <vector>
 
 namespace vrig {
-namespace {
 
 std::string ExecutableFolder() {
   std::vector<char> path(4096);
@@ -17,8 +16,6 @@ std::string ExecutableFolder() {
   std::string p(path.data(), static_cast<size_t>(n));
   return p.substr(0, p.find_last_of('/'));
 }
-
-}  // namespace
 
 Module::Module() {
   std::vector<std::string> candidates;

@@ -8,6 +8,9 @@
 
 namespace vrig {
 
+// The folder vrig runs from.
+std::string ExecutableFolder();
+
 class Module {
  public:
   // Where the module (VELLUMRIG_MODULE_NAME) is looked for:

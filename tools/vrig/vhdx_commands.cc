@@ -154,6 +154,7 @@ int Run(const std::string& what, std::vector<std::string> rest) {
     Need(rest, 2, "export <vhdx> <new raw image|-> [--since <change-id|*> --tracker <db>]");
     return Export(rest[0], rest[1]);
   }
+  if (what == "serve") return VhdxServe(std::move(rest));
   if (what == "rm") return Remove(std::move(rest));
   if (what == "changes") return Changes(std::move(rest));
   throw UsageError{"unknown vhdx command '" + what + "'"};
@@ -162,7 +163,7 @@ int Run(const std::string& what, std::vector<std::string> rest) {
 // The files a command names, without its options and their values.
 std::vector<std::string> FilesNamed(const std::vector<std::string>& args) {
   static const char* const kValued[] = {"--tracker", "--since", "--sector-size", "--block-size", "--size",
-                                        "--parent"};
+                                        "--parent", "--socket"};
   std::vector<std::string> files;
   for (std::size_t i = 0; i < args.size(); ++i) {
     if (std::find_if(std::begin(kValued), std::end(kValued), [&](const char* o) { return args[i] == o; }) !=

@@ -31,6 +31,9 @@ int Export(const std::string& vhdx, const std::string& raw);
 int ExportChanges(const std::string& vhdx, const std::string& raw, const std::string& changeId,
                   Host::TrackingHost* tracker);
 
+// `args` follow "vhdx serve": nbdkit serves the file until it is stopped.
+int VhdxServe(std::vector<std::string> args);
+
 // Throws when `path` exists: vrig makes new files only.
 void RefuseExisting(const std::string& path);
 
