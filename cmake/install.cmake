@@ -11,6 +11,13 @@ set_target_properties(vellumrig vellumrig_logging PROPERTIES
 install(TARGETS vellumrig vellumrig_logging
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
 install(TARGETS vrig RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+# nbdkit's plugin folder under the library folder: on Debian with prefix
+# /usr that is where `nbdkit vellumrig` looks; vrig vhdx serve finds it
+# relative to itself under any prefix.
+if(TARGET nbdkit-vellumrig-plugin)
+  install(TARGETS nbdkit-vellumrig-plugin
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/nbdkit/plugins COMPONENT runtime)
+endif()
 
 # vrig finds the module in the library folder next to its own, wherever the
 # tree is installed (lib, or lib/<multiarch> under /usr).
@@ -62,6 +69,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libzip4")
 # The host library's users compile against ICU and link SQLite.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "libicu-dev, libsqlite3-dev")
+# vrig vhdx serve and the plugin run under nbdkit.
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "nbdkit")
 # Registers the shared libraries with ldconfig on install and removal.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 include(CPack)

@@ -52,6 +52,8 @@ done
 # Without the loader's help: the installed vrig finds the installed module.
 env -u LD_LIBRARY_PATH -u VELLUMRIG_LIBRARY "$prefix/bin/vrig" info > /dev/null
 env -u LD_LIBRARY_PATH "$prefix/bin/vrig" vhdx info "$disk" > /dev/null
+# The installed plugin loads in nbdkit.
+nbdkit "$(find "$prefix" -name nbdkit-vellumrig-plugin.so)" --dump-plugin | grep -q "^name=vellumrig"
 
 # Older language modes are told what they lack instead of failing deep inside.
 if echo '#include "vellumrig/vellumrig.h"' |
@@ -66,5 +68,6 @@ deb=$(echo "$work"/deb/vellumrig_*.deb)
 contents=$(dpkg-deb --contents "$deb")
 grep -q "usr/lib/libvellumrig.so.0 -> " <<< "$contents"
 grep -q "usr/lib/pkgconfig/vellumrig.pc" <<< "$contents"
+grep -q "nbdkit/plugins/nbdkit-vellumrig-plugin.so" <<< "$contents"
 dpkg-deb --field "$deb" Depends | grep -q "libicu.*libsqlite3.*libsystemd0"
 echo "install: the host example builds and runs through pkg-config and find_package"
