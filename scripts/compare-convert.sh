@@ -1,72 +1,129 @@
 #!/usr/bin/env bash
-# Times whole-image conversion by vrig against qemu-img on one 1 GiB raw
-# image of mixed content (random data in some stretches, zeros elsewhere):
-# raw to VHDX, and VHDX back to raw from the same container, which vrig
-# made. Checks that the outputs agree byte for byte, then prints the times
-# and how vrig's compare. Builds the release variant first; BUILD_DIR picks
-# another, already configured build folder.
+# Measures vrig's import, export and NBD serving against its peers, pair by
+# pair in one run: each pair runs A B A B ... (RUNS times each, default 5),
+# and the table gives both medians and their ratio. Both sides do the same
+# work, a flush of what they wrote included:
+#   import   vrig vhdx import      vs qemu-img convert -O vhdx, and cp
+#   export   vrig vhdx export      vs qemu-img convert -O raw,  and cp
+#   NBD      nbdkit + our plugin   vs qemu-nbd, 1 MiB reads in order (nbdcopy)
+# on a fully allocated 1 GiB image, a mixed one (stretches of random data
+# and zeros), and a sparse 20 GiB container with one written sector. cp
+# copies the same bytes (the raw image, or the container) with
+# --sparse=never, then syncs the copy. Checks that the outputs agree byte
+# for byte first. Builds the release variant; BUILD_DIR picks another,
+# already configured build folder.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ -n "${BUILD_DIR:-}" ]; then
-  cmake --build "$BUILD_DIR" --target vrig
+  cmake --build "$BUILD_DIR" --target vrig nbdkit-vellumrig-plugin
 else
   BUILD_DIR=build/release
   scripts/build.sh release
 fi
 vrig=$PWD/$BUILD_DIR/bin/vrig
-command -v qemu-img >/dev/null || { echo "qemu-img is missing (scripts/install-deps.sh installs it)" >&2; exit 1; }
+plugin=$PWD/$BUILD_DIR/lib/nbdkit-vellumrig-plugin.so
+runs=${RUNS:-5}
+for tool in qemu-img qemu-nbd nbdkit nbdcopy; do
+  command -v "$tool" >/dev/null || { echo "$tool is missing (scripts/install-deps.sh installs it)" >&2; exit 1; }
+done
 
-work=$(mktemp -d /tmp/compare-convert-XXXXXX)
-trap 'rm -rf "$work"' EXIT
+work=$(mktemp -d "${TMPDIR:-/tmp}/compare-convert-XXXXXX")
+servers=()
+cleanup() {
+  for pid in "${servers[@]}"; do kill "$pid" 2>/dev/null || true; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
 cd "$work"
 
-# 1 GiB: 48 random stretches of 1 to 16 MiB at fixed places, the rest zero.
-truncate -s 1G image.raw
+# The images. full: 1 GiB of random data. mixed: 48 random stretches of 1
+# to 16 MiB at fixed places, the rest zero. sparse: 20 GiB, one sector.
+head -c 1G /dev/urandom > full.raw
+truncate -s 1G mixed.raw
 for i in $(seq 0 47); do
-  mib=$(( (i * 2654435761) % 1008 ))
-  len=$(( 1 + (i * 7) % 16 ))
-  dd if=/dev/urandom of=image.raw bs=1M seek="$mib" count="$len" conv=notrunc status=none
+  dd if=/dev/urandom of=mixed.raw bs=1M seek=$(( (i * 2654435761) % 1008 )) count=$(( 1 + (i * 7) % 16 )) \
+    conv=notrunc status=none
 done
-# A stretch that starts and ends inside sectors and blocks.
-dd if=/dev/urandom of=image.raw bs=1 seek=$(( 600 * 1048576 + 4097 )) count=9000 conv=notrunc status=none
+truncate -s 20G sparse.raw
+dd if=/dev/urandom of=sparse.raw bs=512 seek=123456 count=1 conv=notrunc status=none
+for image in full mixed sparse; do "$vrig" vhdx import $image.raw $image.vhdx 2>/dev/null; done
 sync
 
-# The page cache stays warm, but what an earlier step left dirty is written
-# out first, so that no step pays for another's writes.
-seconds() {  # runs the command, prints its wall time in seconds
+# Wall seconds of one command; what an earlier step left dirty is written
+# out first, so that no step pays for another's writes. The page cache
+# stays warm for both sides alike.
+seconds() {
   local start end
   sync
   start=$(date +%s.%N)
   "$@" >/dev/null 2>&1
   end=$(date +%s.%N)
-  awk -v a="$start" -v b="$end" 'BEGIN { printf "%.3f", b - a }'
+  awk -v a="$start" -v b="$end" 'BEGIN { printf "%.4f", b - a }'
 }
+median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 
-t_vrig_import=$(seconds "$vrig" vhdx import image.raw vrig.vhdx)
-t_qemu_import=$(seconds qemu-img convert -f raw -O vhdx image.raw qemu.vhdx)
-t_vrig_export=$(seconds "$vrig" vhdx export vrig.vhdx vrig.raw)
-t_qemu_export=$(seconds qemu-img convert -f vhdx -O raw vrig.vhdx qemu.raw)
-
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+# pair <label> <command A> <command B>: A is vrig's side. Each command is
+# one string run by bash, which removes its output first.
+rows=()
+pair() {
+  local label=$1 a=$2 b=$3 ta=() tb=()
+  for _ in $(seq "$runs"); do
+    ta+=("$(seconds bash -c "$a")")
+    tb+=("$(seconds bash -c "$b")")
+  done
+  local ma mb
+  ma=$(printf '%s\n' "${ta[@]}" | median)
+  mb=$(printf '%s\n' "${tb[@]}" | median)
+  rows+=("$(printf '| %-44s | %8.3f | %8.3f | %5.2f |' "$label" "$ma" "$mb" "$(awk -v a="$ma" -v b="$mb" 'BEGIN { print a / b }')")")
+}
 
 status=0
-same() {
-  if cmp -s "$1" "$2"; then echo "identical: $1 $2"; else echo "DIFFERENT: $1 $2"; status=1; fi
-}
-same image.raw vrig.raw
-same image.raw qemu.raw
-# Each tool reads the other's container the same way.
-qemu-img convert -f vhdx -O raw qemu.vhdx qemu-from-qemu.raw
-same image.raw qemu-from-qemu.raw
-"$vrig" vhdx export qemu.vhdx vrig-from-qemu.raw 2>/dev/null
-same image.raw vrig-from-qemu.raw
-qemu-img check -q -f vhdx vrig.vhdx && echo "qemu-img check: vrig.vhdx has no errors" || status=1
+same() { cmp -s "$1" "$2" || { echo "DIFFERENT: $1 $2" >&2; status=1; }; }
 
+for image in full mixed sparse; do
+  # Outputs agree before anything is timed.
+  "$vrig" vhdx export $image.vhdx $image.vrig.raw 2>/dev/null
+  qemu-img convert -f vhdx -O raw $image.vhdx $image.qemu.raw
+  same $image.raw $image.vrig.raw
+  same $image.raw $image.qemu.raw
+  rm -f $image.vrig.raw $image.qemu.raw
+  qemu-img check -q -f vhdx $image.vhdx || status=1
+
+  pair "import $image: vrig / qemu-img convert" \
+    "rm -f out.vhdx; $vrig vhdx import $image.raw out.vhdx" \
+    "rm -f out.vhdx; qemu-img convert -f raw -O vhdx $image.raw out.vhdx"
+
+  pair "export $image: vrig / qemu-img convert" \
+    "rm -f out.raw; $vrig vhdx export $image.vhdx out.raw" \
+    "rm -f out.raw; qemu-img convert -f vhdx -O raw $image.vhdx out.raw"
+  # cp of a sparse 20 GiB image writes 20 GiB of zeros: the sparse export
+  # has an absolute goal instead (its median against qemu-img above).
+  [ $image = sparse ] && continue
+  pair "export $image: vrig / cp --sparse=never + sync" \
+    "rm -f out.raw; $vrig vhdx export $image.vhdx out.raw" \
+    "rm -f out.raw; cp --sparse=never $image.raw out.raw && sync --data out.raw"
+  pair "import $image: vrig / cp --sparse=never + sync" \
+    "rm -f out.vhdx; $vrig vhdx import $image.raw out.vhdx" \
+    "rm -f out.vhdx; cp --sparse=never $image.vhdx out.vhdx && sync --data out.vhdx"
+done
+rm -f out.raw out.vhdx
+
+# NBD: the same dynamic container served both ways, read in order in 1 MiB
+# requests, one at a time, to nowhere.
+nbdkit --unix "$work/ours.sock" --pidfile "$work/ours.pid" "$plugin" file="$work/full.vhdx" readonly=true
+qemu-nbd --read-only --persistent --format=vhdx --socket="$work/qemu.sock" --pid-file="$work/qemu.pid" \
+  "$work/full.vhdx" &
+for _ in $(seq 50); do [ -s "$work/ours.pid" ] && [ -s "$work/qemu.pid" ] && break; sleep 0.1; done
+servers=("$(cat "$work/ours.pid")" "$(cat "$work/qemu.pid")")
+copy="nbdcopy --connections=1 --requests=1 --request-size=1048576 --no-extents"
+same <(nbdcopy "nbd+unix:///?socket=$work/ours.sock" - | sha256sum) <(sha256sum < full.raw)
+pair "NBD 1 MiB reads in order: plugin / qemu-nbd" \
+  "$copy 'nbd+unix:///?socket=$work/ours.sock' null:" \
+  "$copy 'nbd+unix:///?socket=$work/qemu.sock' null:"
+
+echo "Medians of $runs runs each, taken pair by pair; seconds; ratio = vrig / peer (below 1: vrig is faster)."
 echo
-printf '%-34s %8s %8s %14s\n' "1 GiB, mixed content" "vrig s" "qemu s" "vrig/qemu time"
-printf '%-34s %8.3f %8.3f %14.2f\n' "raw -> vhdx (import)" "$t_vrig_import" "$t_qemu_import" \
-  "$(ratio "$t_vrig_import" "$t_qemu_import")"
-printf '%-34s %8.3f %8.3f %14.2f\n' "vhdx -> raw (export)" "$t_vrig_export" "$t_qemu_export" \
-  "$(ratio "$t_vrig_export" "$t_qemu_export")"
-printf 'container sizes: vrig %s bytes, qemu %s bytes\n' "$(stat -c %s vrig.vhdx)" "$(stat -c %s qemu.vhdx)"
+echo "| pair                                         | vrig s   | peer s   | ratio |"
+echo "|----------------------------------------------|----------|----------|-------|"
+printf '%s\n' "${rows[@]}"
 exit $status
