@@ -125,7 +125,34 @@ constexpr Recipe kRecipes[4] = {
     {(3 << 20) + 4096 * 7, 4096, true, false, true, Vhdx::PAYLOAD_BLOCK_UNMAPPED, 0},
 };
 
-void ReadRange(Vhdx::DiskFile& disk, std::uint64_t first, std::uint64_t count, std::uint32_t sector) {
+// What the map of a range says agrees with the read of it: zeros where it
+// reports no data, the file's own bytes where it reports data (unless a
+// replayed log stands between the file and the reads), and the same
+// sectors left to a parent.
+void CheckMap(Vhdx::DiskFile& disk, std::uint64_t first, const Vhd::Bitmap& leftByRead, const std::uint8_t* bytes,
+              std::uint32_t sector, const Fuzz::OverlayFile* file) {
+  const std::uint64_t n = leftByRead.GetSize();
+  const auto wanted = Vhd::CreateBitmap(n, true);
+  static std::vector<std::uint8_t> theirs;
+  disk.Map(first, *wanted, [&](const Vhdx::SectorRun& run) {
+    if (run.Sector < first || run.Count > n || run.Sector - first > n - run.Count) __builtin_trap();
+    const std::uint8_t* ours = bytes + (run.Sector - first) * sector;
+    const std::size_t size = run.Count * sector;
+    if (run.Source != Vhdx::SectorSource::kData) {
+      if (std::any_of(ours, ours + size, [](std::uint8_t b) { return b != 0; })) __builtin_trap();
+      return;
+    }
+    if (!file || disk.IsLogReplayed()) return;
+    if (theirs.size() < size) theirs.resize(size);
+    file->Get(run.FileOffset, theirs.data(), size);
+    if (std::memcmp(ours, theirs.data(), size) != 0) __builtin_trap();
+  });
+  for (std::uint64_t i = 0; i < n; ++i)
+    if (wanted->Get(i) != leftByRead.Get(i)) __builtin_trap();
+}
+
+void ReadRange(Vhdx::DiskFile& disk, std::uint64_t first, std::uint64_t count, std::uint32_t sector,
+               const Fuzz::OverlayFile* file) {
   constexpr std::uint64_t kRequest = 8192;
   // Kept between inputs: a fresh buffer of megabytes each time costs more
   // than the read.
@@ -135,18 +162,20 @@ void ReadRange(Vhdx::DiskFile& disk, std::uint64_t first, std::uint64_t count, s
     if (buffer.size() < n * sector) buffer.resize(n * sector);
     const auto wanted = Vhd::CreateBitmap(n, true);
     disk.Read(at, *wanted, buffer.data());
+    CheckMap(disk, at, *wanted, buffer.data(), sector, file);
   }
 }
 
-void ReadEverything(Vhdx::DiskFile& disk, bool census) {
+// `file`, when given, is the one the disk reads.
+void ReadEverything(Vhdx::DiskFile& disk, bool census, const Fuzz::OverlayFile* file = nullptr) {
   const Vhdx::DiskParameters parameters = disk.GetDiskParameters();
   const std::uint64_t sectors = parameters.VirtualSize / parameters.LogicalSectorSize;
   const std::uint64_t limit = kReadLimit / parameters.LogicalSectorSize;
   if (sectors <= 2 * limit) {
-    ReadRange(disk, 0, sectors, parameters.LogicalSectorSize);
+    ReadRange(disk, 0, sectors, parameters.LogicalSectorSize, file);
   } else {
-    ReadRange(disk, 0, limit, parameters.LogicalSectorSize);
-    ReadRange(disk, sectors - limit, limit, parameters.LogicalSectorSize);
+    ReadRange(disk, 0, limit, parameters.LogicalSectorSize, file);
+    ReadRange(disk, sectors - limit, limit, parameters.LogicalSectorSize, file);
   }
   TakingConsumer consumer;
   disk.EnumerateMetadata(consumer);
@@ -318,7 +347,7 @@ void Exercise(const Fuzz::OverlayFile& patched, bool census) {
     try {
       TakingConsumer consumer;
       auto disk = Vhdx::OpenReadOnlyDiskFile(*file, consumer);
-      ReadEverything(*disk, census);
+      ReadEverything(*disk, census, file.get());
     } catch (const Common::Error&) {
     }
     if (!file->SameBytes(patched)) __builtin_trap();  // read-only stays read-only

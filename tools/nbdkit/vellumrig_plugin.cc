@@ -44,7 +44,9 @@ struct Served {
   bool Writable = false;
   std::uint64_t Size = 0;
   std::uint32_t SectorSize = 512;
-  std::mutex Lock;  // opens and closes of connections are not serialised
+  // nbdkit serialises requests but not a connection's open, which may
+  // reopen the disk under them: both hold this.
+  std::recursive_mutex Lock;
 };
 
 Served served;
@@ -74,6 +76,7 @@ int Report(const Common::Error& error) {
 // Runs `step`, turning an engine failure into nbdkit's -1 with errno set.
 template <class Step>
 int Guarded(Step step) {
+  std::lock_guard<std::recursive_mutex> hold(served.Lock);
   try {
     step();
     return 0;
@@ -141,7 +144,7 @@ void Unload() {
 
 void* Open(int readonly) {
   const bool connectionReadOnly = readonly || served.ReadOnlyWanted;
-  std::lock_guard<std::mutex> hold(served.Lock);
+  std::lock_guard<std::recursive_mutex> hold(served.Lock);
   if (!connectionReadOnly && !served.Writable && Guarded([] { OpenDisk(true); }) != 0) {
     // The read-only disk went with the failed reopen: bring it back for
     // the connections that read.
