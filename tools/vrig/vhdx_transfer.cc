@@ -161,15 +161,19 @@ void WriteStream(int fd, const std::uint8_t* data, std::size_t size) {
 
 // Writes the data runs of `n` bytes read at `offset` into the disk; the
 // image's last sector may be partial, and the rest of it reads zeros.
-void Store(Vhdx::Disk& disk, std::uint32_t sectorSize, std::vector<std::uint8_t>& buffer, std::uint64_t offset,
-           std::size_t n) {
+void Store(Vhdx::Disk& disk, std::uint32_t sectorSize, std::uint8_t* buffer, std::uint64_t offset, std::size_t n) {
   const std::size_t padded = (n + sectorSize - 1) / sectorSize * sectorSize;
-  std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(n), buffer.begin() + static_cast<std::ptrdiff_t>(padded), 0);
+  std::fill(buffer + n, buffer + padded, 0);
   // A new dynamic file reads zeros where nothing was written.
-  ForEachDataRun(buffer.data(), padded, [&](std::size_t at, std::size_t length) {
-    disk.Write((offset + at) / sectorSize, length / sectorSize, buffer.data() + at);
+  ForEachDataRun(buffer, padded, [&](std::size_t at, std::size_t length) {
+    disk.Write((offset + at) / sectorSize, length / sectorSize, buffer + at);
   });
 }
+
+// A transfer buffer left uninitialised: zeroing it would cost more than a
+// sparse image's whole transfer, and pages never touched cost nothing.
+using Bytes = std::unique_ptr<std::uint8_t[]>;
+Bytes NewBytes() { return Bytes(new std::uint8_t[kTransferBytes]); }
 
 // A stretch of the raw image, as the import reads it.
 struct Piece {
@@ -182,19 +186,19 @@ struct Piece {
 // ever called from the calling thread.
 class TwoBuffers {
  public:
-  TwoBuffers() : buffers_{std::vector<std::uint8_t>(kTransferBytes), std::vector<std::uint8_t>(kTransferBytes)} {}
+  TwoBuffers() : buffers_{NewBytes(), NewBytes()} {}
   // Waits for what a thread still does with a buffer.
   ~TwoBuffers() {
     if (pending_.valid()) pending_.wait();
   }
 
   // The buffer to fill next; nothing else uses it any more.
-  std::vector<std::uint8_t>& Free() { return buffers_[next_]; }
+  std::uint8_t* Free() { return buffers_[next_].get(); }
   // Writes the buffer just filled on the second thread, once the write
   // before has finished (and raised, should it have failed).
-  void Write(std::function<void(const std::vector<std::uint8_t>&)> write) {
+  void Write(std::function<void(const std::uint8_t*)> write) {
     Wait();
-    pending_ = std::async(std::launch::async, std::move(write), std::cref(buffers_[next_]));
+    pending_ = std::async(std::launch::async, std::move(write), buffers_[next_].get());
     next_ ^= 1;
   }
   void Wait() {
@@ -202,7 +206,7 @@ class TwoBuffers {
   }
 
  private:
-  std::vector<std::uint8_t> buffers_[2];
+  Bytes buffers_[2];
   std::future<void> pending_;
   int next_ = 0;
 };
@@ -261,13 +265,12 @@ void ExportToFile(Vhdx::Disk& disk, int out, const std::string& raw, Progress& p
   const auto throughEngine = [&](std::uint64_t sector, std::uint64_t count) {
     for (std::uint64_t done = 0; done < count;) {
       const std::uint64_t n = std::min<std::uint64_t>(kTransferBytes / sectorSize, count - done);
-      std::vector<std::uint8_t>& buffer = buffers.Free();
-      disk.Read(sector + done, n, buffer.data());
+      disk.Read(sector + done, n, buffers.Free());
       const std::uint64_t offset = (sector + done) * sectorSize;
       const std::size_t size = static_cast<std::size_t>(n * sectorSize);
-      buffers.Write([offset, size, out, &raw](const std::vector<std::uint8_t>& data) {
-        ForEachDataRun(data.data(), size, [&](std::size_t at, std::size_t length) {
-          WriteFully(out, data.data() + at, length, offset + at, raw);
+      buffers.Write([offset, size, out, &raw](const std::uint8_t* data) {
+        ForEachDataRun(data, size, [&](std::size_t at, std::size_t length) {
+          WriteFully(out, data + at, length, offset + at, raw);
         });
       });
       done += n;
@@ -313,12 +316,12 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
 
   // The next stretch of the image into a buffer; runs on the second thread.
   std::uint64_t next = 0;
-  std::function<Piece(std::vector<std::uint8_t>&)> read;
+  std::function<Piece(std::uint8_t*)> read;
   if (stream) {
-    read = [&](std::vector<std::uint8_t>& buffer) -> Piece {
+    read = [&](std::uint8_t* buffer) -> Piece {
       if (next == size) return {};
       const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(kTransferBytes, size - next));
-      const Piece piece{next, ReadStream(STDIN_FILENO, buffer.data(), want)};
+      const Piece piece{next, ReadStream(STDIN_FILENO, buffer, want)};
       next += piece.Size;
       // Bytes past the size would be lost without a word: the import
       // fails, and nothing is left under the container's name.
@@ -329,11 +332,11 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
       return piece;
     };
   } else {
-    read = [&](std::vector<std::uint8_t>& buffer) -> Piece {
+    read = [&](std::uint8_t* buffer) -> Piece {
       if (next >= size) return {};
       const std::size_t n = NextStretch(file->Get(), next, size);
       if (n == 0) return {};
-      ReadFully(file->Get(), buffer.data(), n, next, raw);
+      ReadFully(file->Get(), buffer, n, next, raw);
       const Piece piece{next, n};
       next += n;
       return piece;
@@ -348,14 +351,13 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
     Vhdx::DiskImpl disk(*place.Folder, place.Name, consumer, true);
     Progress progress(virtualSize);
     // The second thread reads the next stretch while the engine stores this one.
-    std::vector<std::uint8_t> buffers[2] = {std::vector<std::uint8_t>(kTransferBytes),
-                                            std::vector<std::uint8_t>(kTransferBytes)};
-    std::future<Piece> pending = std::async(std::launch::async, read, std::ref(buffers[0]));
+    const Bytes buffers[2] = {NewBytes(), NewBytes()};
+    std::future<Piece> pending = std::async(std::launch::async, read, buffers[0].get());
     for (int i = 0;; i ^= 1) {
       const Piece piece = pending.get();
       if (piece.Size == 0) break;
-      pending = std::async(std::launch::async, read, std::ref(buffers[i ^ 1]));
-      Store(disk, sectorSize, buffers[i], piece.Offset, piece.Size);
+      pending = std::async(std::launch::async, read, buffers[i ^ 1].get());
+      Store(disk, sectorSize, buffers[i].get(), piece.Offset, piece.Size);
       progress.Advance(piece.Offset + piece.Size);
     }
     // Done means durable, before the container takes its name.
@@ -379,9 +381,8 @@ void ExportToStream(Vhdx::Disk& disk, int fd) {
       const std::uint64_t n = std::min<std::uint64_t>(kTransferBytes / sectorSize, run.Count - done);
       const std::size_t size = static_cast<std::size_t>(n * sectorSize);
       if (run.Source == Vhdx::SectorSource::kData) {
-        std::vector<std::uint8_t>& buffer = buffers.Free();
-        disk.Read(run.Sector + done, n, buffer.data());
-        buffers.Write([fd, size](const std::vector<std::uint8_t>& data) { WriteStream(fd, data.data(), size); });
+        disk.Read(run.Sector + done, n, buffers.Free());
+        buffers.Write([fd, size](const std::uint8_t* data) { WriteStream(fd, data, size); });
       } else {
         buffers.Wait();  // in order: a stream has no offsets
         WriteStream(fd, zeros.data(), size);
