@@ -89,6 +89,12 @@ TEST_F(QemuLogTest, ReadOnlyOpenSeesTheRepairAndLeavesTheFileAlone) {
     disk.Read(0, Format::kMiB / 512, data.data());
     EXPECT_EQ(data, std::string(Format::kMiB, '\x5a'));
   }
+  // An export reads through the replay too.
+  const Outcome exported = Shell(VRIG_PATH " vhdx export " + path + " " + path + ".raw");
+  ASSERT_EQ(exported.status, 0) << exported.output;
+  std::string image(40 * Format::kMiB, '\0');
+  image.replace(0, Format::kMiB, Format::kMiB, '\x5a');
+  EXPECT_TRUE(HostTest::ReadBytes(path + ".raw") == image);
   EXPECT_EQ(HostTest::ReadBytes(path), damaged);
 }
 
