@@ -165,6 +165,8 @@ TEST_F(VhdxServeTest, WritesOverNbdLandInTheChildOfAChain) {
   {
     Server server(dir.Join("nbd.sock"), Nbdkit(top, false), false);
     ASSERT_TRUE(server.Started()) << server.Log();
+    // Served, the container is in nobody else's hands.
+    EXPECT_NE(Shell("head -c 512 /dev/zero | " + Vrig("write " + top + " 0")).status, 0);
     // Whole sectors, a range inside sectors, and zeros over the base's data.
     Run("qemu-io -f raw -c 'write -q -P 0xab 1M 64k' -c 'write -q -P 0xcd 50001 999' -c 'write -q -z 3M 1M' "
         "-c 'flush' '" + server.Uri() + "'");
