@@ -36,12 +36,13 @@ void DiskImpl::Map(std::uint64_t sector, std::uint64_t count, const SectorRunSin
   // piece at a time, so that neither the bitmap nor the list grows with
   // the disk.
   constexpr std::uint64_t kPiece = std::uint64_t{1} << 24;
+  const std::uint64_t sectorSize = GetDiskParameters().LogicalSectorSize;
   SectorRun pending;
   const auto emit = [&](const SectorRun& run) {
     const bool joins = pending.Count != 0 && pending.Source == run.Source && pending.Sector + pending.Count == run.Sector &&
                        (run.Source != SectorSource::kData ||
                         (pending.File == run.File &&
-                         pending.FileOffset + pending.Count * GetDiskParameters().LogicalSectorSize == run.FileOffset));
+                         pending.FileOffset + pending.Count * sectorSize == run.FileOffset));
     if (joins) {
       pending.Count += run.Count;
       return;
