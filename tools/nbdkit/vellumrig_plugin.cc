@@ -92,6 +92,13 @@ int Guarded(Step step) {
   return -1;
 }
 
+// A failed reopen may leave no disk behind (another process took the lock
+// in between): the connections still open get an error, not a crash.
+Vhdx::Disk& TheDisk() {
+  if (!served.Disk) throw std::runtime_error("the container could not be opened again; reconnect");
+  return *served.Disk;
+}
+
 void OpenDisk(bool writable) {
   served.Disk.reset();  // a writable open must not meet our own shared lock
   served.Disk = std::make_unique<Vhdx::DiskImpl>(*served.Folder, served.Name, served.Consumer, writable);
@@ -193,10 +200,10 @@ void ReadBytes(std::uint64_t offset, std::uint64_t count, std::uint8_t* out) {
   if (inDisk > offset) {
     const Span span = SpanOf(offset, inDisk - offset);
     if (span.Head == 0 && (inDisk - offset) % size == 0) {
-      served.Disk->Read(span.First, span.Count, out);
+      TheDisk().Read(span.First, span.Count, out);
     } else {
       std::vector<std::uint8_t> bounce(span.Count * size);
-      served.Disk->Read(span.First, span.Count, bounce.data());
+      TheDisk().Read(span.First, span.Count, bounce.data());
       std::memcpy(out, bounce.data() + span.Head, inDisk - offset);
     }
   }
@@ -210,14 +217,14 @@ void WriteBytes(std::uint64_t offset, std::uint64_t count, const std::uint8_t* i
     throw std::runtime_error("the last bytes of the disk lie inside a sector it does not hold whole");
   const Span span = SpanOf(offset, count);
   if (span.Head == 0 && count % size == 0) {
-    served.Disk->Write(span.First, span.Count, in);
+    TheDisk().Write(span.First, span.Count, in);
     return;
   }
   // Whole sectors only: the rest of the first and last sector as they are.
   std::vector<std::uint8_t> bounce(span.Count * size);
-  served.Disk->Read(span.First, span.Count, bounce.data());
+  TheDisk().Read(span.First, span.Count, bounce.data());
   std::memcpy(bounce.data() + span.Head, in, count);
-  served.Disk->Write(span.First, span.Count, bounce.data());
+  TheDisk().Write(span.First, span.Count, bounce.data());
 }
 
 int Pread(void*, void* buffer, std::uint32_t count, std::uint64_t offset, std::uint32_t) {
@@ -229,7 +236,7 @@ int Pwrite(void*, const void* buffer, std::uint32_t count, std::uint64_t offset,
 }
 
 int Flush(void*, std::uint32_t) {
-  return Guarded([] { served.Disk->Flush(); });
+  return Guarded([] { TheDisk().Flush(); });
 }
 
 // Zeros are written only where the disk does not read zeros already, so
@@ -240,7 +247,7 @@ int Zero(void*, std::uint32_t count, std::uint64_t offset, std::uint32_t) {
     const Span span = SpanOf(offset, count);
     const std::uint64_t end = offset + count;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> data;  // byte ranges to write
-    served.Disk->Map(span.First, std::min(span.Count, served.Size / size - span.First), [&](const Vhdx::SectorRun& run) {
+    TheDisk().Map(span.First, std::min(span.Count, served.Size / size - span.First), [&](const Vhdx::SectorRun& run) {
       if (run.Source != Vhdx::SectorSource::kData) return;
       const std::uint64_t from = std::max(offset, run.Sector * size);
       const std::uint64_t to = std::min(end, (run.Sector + run.Count) * size);
@@ -263,7 +270,7 @@ int Extents(void*, std::uint32_t count, std::uint64_t offset, std::uint32_t flag
     const Span span = SpanOf(offset, count);
     bool full = false;
     if (span.First < sectors) {
-      served.Disk->Map(span.First, std::min(span.Count, sectors - span.First), [&](const Vhdx::SectorRun& run) {
+      TheDisk().Map(span.First, std::min(span.Count, sectors - span.First), [&](const Vhdx::SectorRun& run) {
         if (full) return;
         const std::uint32_t type = run.Source == Vhdx::SectorSource::kData ? 0
                                    : run.Source == Vhdx::SectorSource::kZero ? NBDKIT_EXTENT_ZERO
