@@ -23,6 +23,7 @@ packages=(
   nbdkit         # serves containers over NBD through tools/nbdkit
   nbdkit-plugin-dev  # the plugin's header
   libnbd-bin     # nbdinfo: the tests read the served extents with it
+  python3        # scripts/mutate.py: what a test suite catches
 )
 
 missing=()

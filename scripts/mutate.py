@@ -1,0 +1,204 @@
+#!/usr/bin/env python3
+"""Measures what a test suite catches: applies small faults to the code it
+covers, one at a time, rebuilds, runs the suite, and counts the faults it
+kills (a failing or hanging run). The faults are chosen at random with a
+fixed seed from every place in the given sources where one applies, so the
+same command picks the same faults while the sources stay the same: run it
+before and after a change to the tests, and compare.
+
+  scripts/mutate.py --suite vhdx_tests src/vhdx [more files or folders]
+  scripts/mutate.py --suite vrig_tests --count 40 --seed 7 tools/vrig
+  scripts/mutate.py --list ...            # the chosen faults, nothing run
+  scripts/mutate.py --fuzz --suite vhdx_disk_fuzz src/vhdx
+                                          # a harness replaying its seeds
+
+Kinds of fault: a comparison flipped (== and !=, < and <=, > and >=), && and
+|| swapped, an integer constant changed by one, a statement that calls
+something dropped, a true or false inverted. Headers are left alone: a
+change there rebuilds half the project.
+
+Builds into its own folder (default build/mutate, build/mutate-fuzz with
+--fuzz), configured like the release variant without -Werror, since a
+fault may well warn. A harness (--fuzz) is built with clang and runs once
+over its seed corpus; a crash or a sanitizer report kills. The file is
+always put back, also on Ctrl-C.
+"""
+import argparse
+import os
+import random
+import re
+import shutil
+import subprocess
+import sys
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+COMPARISONS = {" == ": " != ", " != ": " == ", " < ": " <= ", " <= ": " < ",
+               " > ": " >= ", " >= ": " > ", " && ": " || ", " || ": " && "}
+INTEGER = re.compile(r"(?<![\w.])(\d+)(?![\w.'])")
+CALL_STATEMENT = re.compile(r"^(\s*)(?!return\b|throw\b|co_return\b)[A-Za-z_][\w:.\->]*(<[^;]*>)?\(.*\);\s*$")
+BOOLEAN = re.compile(r"\b(true|false)\b")
+
+
+def code_part(line):
+    """The line without a trailing // comment and string or char literals,
+    with positions kept, so that no fault lands inside either."""
+    out, i, quote = [], 0, None
+    while i < len(line):
+        c = line[i]
+        if quote:
+            if c == "\\":
+                out.append("  ")
+                i += 2
+                continue
+            out.append(" ")
+            if c == quote:
+                quote = None
+        elif c in "\"'" and not (c == "'" and i > 0 and line[i - 1].isalnum()):
+            quote = c
+            out.append(" ")
+        elif line.startswith("//", i):
+            break
+        else:
+            out.append(c)
+        i += 1
+    return "".join(out).ljust(len(line))[:len(line)]
+
+
+def sites(path):
+    """Every fault that applies to one file: (path, line number, old, new)."""
+    found = []
+    with open(path, encoding="utf-8") as f:
+        lines = f.read().split("\n")
+    in_block_comment = False
+    for number, line in enumerate(lines, 1):
+        stripped = line.strip()
+        if in_block_comment:
+            in_block_comment = "*/" not in stripped
+            continue
+        if stripped.startswith("/*"):
+            in_block_comment = "*/" not in stripped
+            continue
+        if not stripped or stripped.startswith(("#", "//", "*")) or "static_assert" in line:
+            continue
+        code = code_part(line)
+        for old, new in COMPARISONS.items():
+            for m in re.finditer(re.escape(old), code):
+                found.append((path, number, line, line[:m.start()] + new + line[m.end():]))
+        for m in INTEGER.finditer(code):
+            value = int(m.group(1), 0) if not m.group(1).startswith("0") or m.group(1) == "0" else None
+            if value is None:
+                continue
+            found.append((path, number, line, line[:m.start()] + str(value + 1) + line[m.end():]))
+        for m in BOOLEAN.finditer(code):
+            flipped = "false" if m.group(1) == "true" else "true"
+            found.append((path, number, line, line[:m.start()] + flipped + line[m.end():]))
+        if CALL_STATEMENT.match(code) and stripped.endswith(");"):
+            found.append((path, number, line, CALL_STATEMENT.match(code).group(1) + ";"))
+    return found
+
+
+def sources(arguments):
+    files = []
+    for argument in arguments:
+        path = os.path.join(ROOT, argument)
+        if os.path.isdir(path):
+            for folder, _, names in os.walk(path):
+                files += [os.path.join(folder, n) for n in names if n.endswith(".cc")]
+        elif path.endswith(".cc"):
+            files.append(path)
+        else:
+            sys.exit(f"not a .cc file or a folder: {argument}")
+    return sorted(set(files))
+
+
+def build(folder, target):
+    return subprocess.run(["cmake", "--build", folder, "--target", target],
+                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+
+def run(command, timeout):
+    try:
+        return subprocess.run(command, shell=True, cwd=ROOT, timeout=timeout,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+    except subprocess.TimeoutExpired:
+        return False
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--suite", required=True, help="the test program's target, e.g. vhdx_tests")
+    parser.add_argument("--run", help="command that runs the suite (default: the built program)")
+    parser.add_argument("--count", type=int, default=30)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--build", help="build folder (default build/mutate or build/mutate-fuzz)")
+    parser.add_argument("--fuzz", action="store_true", help="the suite is a fuzz harness")
+    parser.add_argument("--list", action="store_true", help="print the chosen faults only")
+    parser.add_argument("paths", nargs="+")
+    options = parser.parse_args()
+
+    candidates = [site for path in sources(options.paths) for site in sites(path)]
+    if not candidates:
+        sys.exit("no place for a fault in those sources")
+    chosen = random.Random(options.seed).sample(candidates, min(options.count, len(candidates)))
+    describe = lambda s: f"{os.path.relpath(s[0], ROOT)}:{s[1]}: {s[2].strip()}  ->  {s[3].strip()}"
+    if options.list:
+        print("\n".join(describe(s) for s in chosen))
+        return 0
+
+    folder = os.path.join(ROOT, options.build or ("build/mutate-fuzz" if options.fuzz else "build/mutate"))
+    if not os.path.exists(os.path.join(folder, "CMakeCache.txt")):
+        configure = ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                     "-DVELLUMRIG_WERROR=OFF"]
+        environment = dict(os.environ)
+        if options.fuzz:
+            configure.append("-DVELLUMRIG_FUZZ=ON")
+            environment.update(CC="clang", CXX="clang++")
+        else:
+            configure.append("-DVELLUMRIG_SANITIZE=OFF")
+        subprocess.run(configure, check=True, stdout=subprocess.DEVNULL, env=environment)
+    command = options.run or os.path.join(folder, "bin", options.suite)
+    if options.fuzz and not options.run:
+        # New inputs would go to the first folder: a scratch one, never the seeds.
+        scratch = os.path.join(folder, "mutate-scratch")
+        os.makedirs(scratch, exist_ok=True)
+        seeds = os.path.join(ROOT, "fuzz", "corpus", options.suite.removesuffix("_fuzz"))
+        command = f"{command} -runs=0 -timeout=10 -rss_limit_mb=2048 {scratch} {seeds}"
+    if not build(folder, options.suite):
+        sys.exit(f"{options.suite} does not build unchanged")
+    start = time.monotonic()
+    if not run(command, None):
+        sys.exit(f"{options.suite} fails unchanged")
+    timeout = 5 * (time.monotonic() - start) + 10
+
+    killed, built, survivors = 0, 0, []
+    for site in chosen:
+        path, number, old, new = site
+        with open(path, encoding="utf-8") as f:
+            original = f.read()
+        lines = original.split("\n")
+        lines[number - 1] = new
+        try:
+            with open(path, "w", encoding="utf-8") as f:
+                f.write("\n".join(lines))
+            if not build(folder, options.suite):
+                print(f"does not build  {describe(site)}", flush=True)
+                continue
+            built += 1
+            caught = not run(command, timeout)
+            killed += caught
+            print(f"{'killed  ' if caught else 'SURVIVED'}        {describe(site)}", flush=True)
+            if not caught:
+                survivors.append(site)
+        finally:
+            with open(path, "w", encoding="utf-8") as f:
+                f.write(original)
+    build(folder, options.suite)
+    print(f"{options.suite}: killed {killed} of {built} faults that build "
+          f"({len(chosen)} chosen, seed {options.seed}, from {len(candidates)} places)")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
