@@ -77,24 +77,37 @@ void WriteFully(int fd, const std::uint8_t* data, std::size_t size, std::uint64_
 
 std::uint64_t RoundDown(std::uint64_t value, std::uint64_t grain) { return value / grain * grain; }
 
-// The next stretch of a raw image worth reading from `offset` on: holes
-// the file system knows of are skipped without reading them, which moves
-// `offset` to the data after them. Stretches start and end at the zero
-// grain (or the end of the image), so they stay whole sectors. 0 at the end.
-std::size_t NextStretch(int fd, std::uint64_t& offset, std::uint64_t size) {
-  const off_t data = ::lseek(fd, static_cast<off_t>(offset), SEEK_DATA);
-  if (data < 0 && errno == ENXIO) return 0;  // only a hole is left
-  std::uint64_t end = offset + kTransferBytes;
-  if (data >= 0) {
-    offset = std::max(offset, RoundDown(static_cast<std::uint64_t>(data), kZeroGrain));
-    const off_t hole = ::lseek(fd, data, SEEK_HOLE);
-    if (hole > 0)
-      end = std::min(offset + kTransferBytes,
-                     RoundDown(static_cast<std::uint64_t>(hole) + kZeroGrain - 1, kZeroGrain));
+// The stretches of a raw image worth reading, in order: holes the file
+// system knows of are skipped without reading them. Stretches start and
+// end at the zero grain (or the end of the image), so they stay whole
+// sectors. Where the data ends is asked once per run of data, not once per
+// stretch: on tmpfs every SEEK_HOLE walks the pages up to the hole, which
+// made a full image's import quadratic.
+class DataStretches {
+ public:
+  DataStretches(int fd, std::uint64_t size) : fd_(fd), size_(size) {}
+
+  // The next stretch from `offset` on, which moves to its start; 0 at the end.
+  std::size_t Next(std::uint64_t& offset) {
+    if (offset >= dataEnd_) {
+      const off_t data = ::lseek(fd_, static_cast<off_t>(offset), SEEK_DATA);
+      if (data < 0 && errno == ENXIO) return 0;  // only a hole is left
+      // Without hole support every byte is read, and zeros are found in memory.
+      dataEnd_ = size_;
+      if (data >= 0) {
+        offset = std::max(offset, RoundDown(static_cast<std::uint64_t>(data), kZeroGrain));
+        const off_t hole = ::lseek(fd_, data, SEEK_HOLE);
+        if (hole > 0) dataEnd_ = RoundDown(static_cast<std::uint64_t>(hole) + kZeroGrain - 1, kZeroGrain);
+      }
+    }
+    return static_cast<std::size_t>(std::min({offset + kTransferBytes, dataEnd_, size_}) - offset);
   }
-  // Without hole support every byte is read, and zeros are found in memory.
-  return static_cast<std::size_t>(std::min(end, size) - offset);
-}
+
+ private:
+  const int fd_;
+  const std::uint64_t size_;
+  std::uint64_t dataEnd_ = 0;  // the data known from the last lookup ends here
+};
 
 // Fills `size` bytes at `offset` with zeros: a hole where the file system
 // can punch one, written zeros where it cannot.
@@ -325,7 +338,8 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
   const std::uint64_t virtualSize = (size + sectorSize - 1) / sectorSize * sectorSize;
   if (virtualSize > kMaxVirtualSize) throw std::runtime_error("an image of more than 64T does not fit a container");
 
-  // The next stretch of the image into a buffer; runs on the second thread.
+  // The next stretch of the image into a buffer; runs on the second thread,
+  // one call at a time, each call on a copy of `read`: its state is shared.
   std::uint64_t next = 0;
   std::function<Piece(std::uint8_t*)> read;
   if (stream) {
@@ -343,9 +357,9 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
       return piece;
     };
   } else {
-    read = [&](std::uint8_t* buffer) -> Piece {
+    read = [&, stretches = std::make_shared<DataStretches>(file->Get(), size)](std::uint8_t* buffer) -> Piece {
       if (next >= size) return {};
-      const std::size_t n = NextStretch(file->Get(), next, size);
+      const std::size_t n = stretches->Next(next);
       if (n == 0) return {};
       ReadFully(file->Get(), buffer, n, next, raw);
       const Piece piece{next, n};
