@@ -1,5 +1,5 @@
 // The message format: the pattern language, its subformats, and every
-// catalogue text in both languages.
+// catalogue text in both languages; the break iterators it walks texts with.
 #include <cstdlib>
 #include <regex>
 #include <string>
@@ -11,6 +11,7 @@
 
 #include "common/message_table.h"
 #include "common/site.h"
+#include "processor/break_iterator.h"
 #include "processor/format/message_format.h"
 #include "vellumrig/error_text.h"
 
@@ -43,6 +44,7 @@ TEST(MessageFormatTest, PatternsAndSubformats) {
       {u"{0, concord, 0#file|1#files}", {Variant(2)}, "files"},
       {u"{0, ellipsis, 3}", {Variant(u"a long text")}, "a long text"},
       {u"{0, ellipsis, 12}", {Variant(u"shorten this long text")}, "shorten ..."},
+      {u"{0, ellipsis, 8}", {Variant(u"abcdefghijkl")}, "abcde..."},  // no word fits: cut inside
       {u"{0,path_ellipsis,20}", {Variant(u"C:\\Users\\me\\Documents\\vms\\web.vhdx")}, "C:\\...\\vms\\web.vhdx"},
       {u"{0,number,hex}/{0,number,simple}", {Variant(255u)}, "FF/255"},
       {u"{0,number,integer,000}", {Variant(7)}, "007"},
@@ -102,6 +104,33 @@ TEST(MessageFormatTest, EveryCatalogueTextFormats) {
   }
   setenv("LANGUAGE", "en", 1);
   Common::PrepareMessageTable();
+}
+
+std::vector<std::uint32_t> Breaks(BreakIterator& it, const char16_t* text) {
+  it.SetText(Processor::String(text));
+  std::vector<std::uint32_t> breaks;
+  while (it.IsValid() && it.Next() && breaks.size() < 20) breaks.push_back(it.GetPosition());
+  return breaks;
+}
+
+TEST(BreakIteratorTest, PathsBreakAtEachSeparatorThenAtTheEnd) {
+  auto path = CreateBreakIterator(kPathBreaks);
+  ASSERT_TRUE(path);
+  EXPECT_EQ(Breaks(*path, u"a\\b/c"), (std::vector<std::uint32_t>{1, 3, 5}));
+  EXPECT_FALSE(path->IsValid()) << "past the end";
+  path->SetText(Processor::String(u""));
+  EXPECT_FALSE(path->IsValid());
+  EXPECT_EQ(CreateBreakIterator(7), nullptr);
+}
+
+TEST(BreakIteratorTest, WordsAndLinesComeFromIcu) {
+  auto words = CreateBreakIterator(kWordBreaks);
+  auto lines = CreateBreakIterator(kLineBreaks);
+  ASSERT_TRUE(words && lines);
+  EXPECT_EQ(Breaks(*words, u"two words"), (std::vector<std::uint32_t>{3, 4, 9}));
+  EXPECT_EQ(Breaks(*lines, u"two words"), (std::vector<std::uint32_t>{4, 9}));
+  EXPECT_FALSE(lines->IsValid());
+  EXPECT_FALSE(lines->Next());
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include "common/file_errors.h"
 #include "common/site.h"
 #include "provider/file_utilities.h"
+#include "provider/machine.h"
+#include "refusing_folder.h"
 #include "vellumrig/host.h"
 
 namespace VirtualWareRaw {
@@ -12,7 +14,7 @@ namespace {
 
 using HostTest::TempDir;
 
-TEST(TextHelpersTest, SuffixExtensionSeparatorsAndEnumerationTexts) {
+TEST(TextHelpersTest, SuffixExtensionSeparatorsSafeNamesAndEnumerationTexts) {
   const std::pair<std::u16string, std::u16string> cases[] = {
       {AddSuffix(u"a", u".vmc"), u"a.vmc"},
       {AddSuffix(u"a.VMC", u".vmc"), u"a.VMC"},
@@ -23,6 +25,8 @@ TEST(TextHelpersTest, SuffixExtensionSeparatorsAndEnumerationTexts) {
       {GetExtension(u"trailing."), u""},
       {RemoveTrailingSeparators(u"/a/b///", u'/'), u"/a/b"},
       {RemoveTrailingSeparators(u"///", u'/'), u""},
+      {SafeName(u"a\\b/c:d*e?f\"g<h>i|j"), u"a_b_c_d_e_f_g_h_i_j"},  // exactly the nine characters
+      {SafeName(u"keep .-_#%&'()+,;=@[]{}~ \u00E4"), u"keep .-_#%&'()+,;=@[]{}~ \u00E4"},
       {std::u16string(GuestOSToString(188)), u"CentOS 9 (64-bit)"},
       {std::u16string(GuestOSToString(196)), u"Linux Mint"},
       {std::u16string(GuestOSToString(999)), u"Unknown"},
@@ -87,6 +91,35 @@ TEST_F(FolderHelpersTest, VerifyThrowsThePendingErrorsInOrder) {
 TEST_F(FolderHelpersTest, CredentialsForAFolderWithoutTheCommandAreSilent) {
   SetAccessCredentialsHelper(*folder_, dir_.Wide(), Common::Credentials{u"me", u"secret"});
   EXPECT_FALSE(folder_->Failed());
+}
+
+// Machine parameters: the folder a new machine would go to.
+TEST_F(FolderHelpersTest, ExistingMachineIsReportedWithoutWriting) {
+  EXPECT_TRUE(CheckMSVPCVirtualMachineParameters(*root_, dir_.Wide(), u"a:b").IsEmpty());
+  std::filesystem::create_directories(dir_.Join("a_b"));
+  HostTest::WriteBytes(dir_.Join("a_b/a_b.vmc"), "<preferences/>");
+  const Common::Error e = CheckMSVPCVirtualMachineParameters(*root_, dir_.Wide(), u"a:b");
+  EXPECT_EQ(e.Code(), 0x530025u);
+  EXPECT_EQ(e.GetText(), u"Virtual machine '" + dir_.Wide("a_b/a_b.vmc") + u"' already exists.");
+  EXPECT_EQ(CheckMSVPCVirtualMachineParameters(*root_, dir_.Wide(), u"..").Code(), 0x5301DFu);
+}
+
+TEST_F(FolderHelpersTest, UnreachableStorageSaysWhereAndWhy) {
+  ProviderTest::RefusingFolder root(Host::OpenFolder(u"/"));
+  const Common::Error check = CheckMSVPCVirtualMachineParameters(root, dir_.Wide(), u"Web");
+  EXPECT_EQ(check.GetText(),
+            u"Failed to access storage '" + dir_.Wide() + u"' to create the virtual machine.");
+  try {
+    CreateMSVPCVirtualMachine(root, dir_.Wide(), u"Web");
+    FAIL() << "no throw";
+  } catch (const Common::Error& e) {
+    EXPECT_EQ(e.Code(), 0x530016u);
+    // The storage as far as the folder of the file: the path less its last part.
+    EXPECT_EQ(e.GetText(),
+              u"Failed to access storage '" + dir_.Wide("Web/") + u"' to create the virtual machine.");
+    EXPECT_EQ(e.Reason().Code(), 0x40015u);
+  }
+  EXPECT_FALSE(HostTest::Exists(dir_.Join("Web")));
 }
 
 }  // namespace

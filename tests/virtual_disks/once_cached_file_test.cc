@@ -115,23 +115,6 @@ TEST(OnceCachedFileTest, ZeroWritesPiecesOf64K) {
   EXPECT_EQ(o.File->Data.substr(99, 0x10003), "x" + std::string(0x10001, '\0') + "x");
 }
 
-TEST(OnceCachedFileTest, OpensForWritingWhereTheFolderAllows) {
-  HostTest::TempDir dir;
-  std::ofstream(dir.Join("f")) << std::string(1024, 'f');
-  auto writable = Host::OpenFolder(dir.Wide());
-  auto readOnly = Host::OpenFolder(dir.Wide(), true);
-  EXPECT_TRUE(OpenOnceCachedFile(writable.get(), writable.get(), u"f")->CanWrite());
-  // A folder that refuses writing falls back to reading.
-  auto cached = OpenOnceCachedFile(readOnly.get(), readOnly.get(), u"f");
-  ASSERT_TRUE(cached);
-  EXPECT_FALSE(cached->CanWrite());
-  char sector[512];
-  cached->Read(512, sector, 512, nullptr);
-  EXPECT_TRUE(cached->IsOk());
-  EXPECT_EQ(sector[511], 'f');
-  EXPECT_FALSE(OpenOnceCachedFile(writable.get(), nullptr, u"missing"));
-}
-
 // An engine that asks for the once-cached file.
 struct SectorEngine : VirtualDiskImpl {
   SectorEngine(rio_dir* dir, const std::u16string& name) { Initialize(dir, dir, name, true); }
@@ -144,12 +127,25 @@ struct SectorEngine : VirtualDiskImpl {
   bool HasFile() const { return file_ != nullptr; }
 };
 
-TEST(OnceCachedFileTest, InitializeOpensTheFileOnRequest) {
+// A folder that refuses writing falls back to reading; an engine asks for
+// the file on request and keeps the failure to open it.
+TEST(OnceCachedFileTest, OpensForWritingWhereTheFolderAllowsAndOnTheEnginesRequest) {
   HostTest::TempDir dir;
-  std::ofstream(dir.Join("f")) << "f";
-  auto folder = Host::OpenFolder(dir.Wide());
-  EXPECT_TRUE(SectorEngine(folder.get(), u"f").HasFile());
-  SectorEngine missing(folder.get(), u"missing");
+  std::ofstream(dir.Join("f")) << std::string(1024, 'f');
+  auto writable = Host::OpenFolder(dir.Wide());
+  auto readOnly = Host::OpenFolder(dir.Wide(), true);
+  EXPECT_TRUE(OpenOnceCachedFile(writable.get(), writable.get(), u"f")->CanWrite());
+  auto cached = OpenOnceCachedFile(readOnly.get(), readOnly.get(), u"f");
+  ASSERT_TRUE(cached);
+  EXPECT_FALSE(cached->CanWrite());
+  char sector[512];
+  cached->Read(512, sector, 512, nullptr);
+  EXPECT_TRUE(cached->IsOk());
+  EXPECT_EQ(sector[511], 'f');
+  EXPECT_FALSE(OpenOnceCachedFile(writable.get(), nullptr, u"missing"));
+
+  EXPECT_TRUE(SectorEngine(writable.get(), u"f").HasFile());
+  SectorEngine missing(writable.get(), u"missing");
   EXPECT_EQ(missing.LastError().Code(), 0x3C0002u);
   EXPECT_EQ(missing.LastError().GetText(), u"Failed to open the virtual disk.");
 }

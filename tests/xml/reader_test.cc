@@ -83,7 +83,7 @@ TEST(ReaderTest, MalformedDocumentsFailAndWellFormedOnesParse) {
 
   const char* const accepted[] = {
       "<?xml version=\"1.0\"?>\r\n<!DOCTYPE a SYSTEM \"a.dtd\">\r\n<!-- x -- y -->\r\n<a/>\r\n",
-      "<a:b.c-d_e x:y='1'></a:b.c-d_e>", "<_a/>", "<a></a  \t>", "<a/><!-- after --><?pi?>  ",
+      "<a:b.c-d_e x:y='1'></a:b.c-d_e>", "<_a/>", "<!DOCTYPE ><a/>", "<a></a  \t>", "<a/><!-- after --><?pi?>  ",
       "<a xml:space='preserve'> x </a>\r\n", "<a xml:space='preserve'/>\r\n",
       // The scan stops where the input stops; behind the root that is success.
       "<a/>&", "<a/><!-- unterminated", "<a/><![CDATA[",

@@ -20,6 +20,7 @@ namespace Xml::testing {
 struct Parsed {
   std::unique_ptr<Tag> Root;  // null when the parse failed
   std::uint32_t Line = 0, Column = 0;
+  std::uint32_t Code = 0;  // of the error left on the file
 };
 
 inline Parsed ParseBytes(std::string_view bytes) {
@@ -29,6 +30,7 @@ inline Parsed ParseBytes(std::string_view bytes) {
   Parsed parsed;
   const bool ok = ParseDocument(parsed.Root, *file, parsed.Line, parsed.Column);
   EXPECT_EQ(ok, parsed.Root != nullptr) << "a failed parse leaves no tree: " << bytes;
+  parsed.Code = file->Status.Code();
   return parsed;
 }
 
