@@ -16,7 +16,6 @@
 #include "vhdx/metadata/parent_locator_writer.h"
 #include "vhdx/differencing_child.h"
 #include "vhdx/test_files.h"
-#include "vhdx/file/writeable_file.h"
 
 namespace {
 
@@ -108,7 +107,7 @@ struct OpenTree {
   }
 };
 
-class MetadataTest : public ::testing::Test {
+class MetadataTest : public VhdxTest::MemoryFileTest {
  protected:
   // The region is the whole image unless `regionSize` says less.
   void Read(const std::string& image, MetadataConsumer& consumer, std::uint32_t regionSize = 0) {
@@ -138,8 +137,6 @@ class MetadataTest : public ::testing::Test {
     return out;
   }
 
-  VhdxTest::ScriptedFile raw;
-  WriteableFile file{raw};
   std::shared_ptr<Monitor> monitor = std::make_shared<Monitor>();
 };
 
@@ -291,7 +288,6 @@ TEST_F(MetadataTest, ParentLocatorsParseWithinTheirItemOnly) {
 }
 
 TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown) {
-  VhdxTest::LoggingFile logged{file};
   auto modifier =
       Modifier(RegionImage({{kOther, 0, "aaaaaaaa"}, {kOther, 1, "bbbbbbbb", kTableArea + 16}},
                            kTableArea + 32),
