@@ -169,11 +169,11 @@ TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
 }
 
 TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFileCannotHold) {
-  // Zero descriptors over single sectors of the payload; the last one lies
-  // in the further descriptor sector.
+  // Zero descriptors over single sectors of the payload, round; the last
+  // one lies in the further descriptor sector.
   auto zeroes = [](std::size_t count) {
     std::vector<Change> changes;
-    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i * kSector, "", kSector});
+    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i % 256 * kSector, "", kSector});
     return changes;
   };
   auto read = [&](const Entry& entry) {
@@ -187,6 +187,12 @@ TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFi
   EXPECT_EQ(raw.Bytes(kPayload + 253 * kSector, kSector), std::string(kSector, '\0'));
   EXPECT_EQ(raw.Bytes(kPayload + 254 * kSector + 1, 1), "\xEE");  // past the one byte the last piece adds
   EXPECT_FALSE(read({3, 0, zeroes(127)})->IsValid());
+  // Two further sectors: each is read again when its turn comes.
+  Reset();
+  const auto twice = read({3, 0, zeroes(382)});
+  ASSERT_TRUE(twice->IsValid());
+  twice->Apply(file);
+  EXPECT_EQ(raw.Bytes(kPayload, 256 * kSector), std::string(256 * kSector, '\0'));
 
   // Counts that would make the reader go past the end of the file.
   std::uint8_t* h = At(bytes, kLogOffset);

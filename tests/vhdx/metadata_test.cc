@@ -320,6 +320,12 @@ TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown)
   // The last entry moved down; its old copy, stale now, and all data stay.
   EXPECT_EQ(raw.Bytes(at.Offset, at.Size), before.substr(0, 10) + '\2' + before.substr(11, 53) +
                                                before.substr(96, 32) + before.substr(96));
+
+  // An item that a read refuses is refused here too, before any write.
+  logged.Log.clear();
+  auto hostile = Modifier(RegionImage({{kOther, 0, "", 0x1FFFF, 3}}), logged);
+  EXPECT_EQ(CodeOf([&] { hostile.Set({VhdxTest::TestGuid(8), 0}, U8("x"), 1); }), 0x3C0036u);
+  EXPECT_TRUE(logged.Log.empty());
 }
 
 TEST_F(MetadataTest, FiltersHideItemsFromReadersByIdentity) {
