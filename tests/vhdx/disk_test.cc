@@ -1,33 +1,34 @@
 // The whole disk: creation by the recipe, block writes and the order of
 // their file changes, reads through a chain of parents, parent lookup and
-// its failures, deletion of chains. Real files in a scratch folder.
+// its failures, deletion of chains; the recipe's layouts and refusals; and
+// one container file: what its open requires of the metadata, how the file
+// type is derived, and the metadata operations with their two filter levels
+// and the growth of the metadata region. Real files in a scratch folder,
+// or a file in memory.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <map>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "host/shell.h"
-#include "host/temp_dir.h"
-#include "vellumrig/host.h"
 #include "vellumrig/tracker.h"
 #include "vhdx/bat/bat_entry.h"
-#include "vhdx/disk/create.h"
-#include "vhdx/differencing_child.h"
-#include "vhdx/disk_fixture.h"
-#include "vhdx/disk/disk.h"
+#include "vhdx/disk/container_recipe.h"
 #include "vhdx/disk/disk_deleter.h"
-#include "vhdx/disk/disk_file_hierarchy.h"
 #include "vhdx/disk/disk_file_impl.h"
-#include "vhdx/format/header_image.h"
-#include "vhdx/format/header_reader.h"
+#include "vhdx/disk/disk_file_open.h"
+#include "vhdx/disk_fixture.h"
 #include "vhdx/file/read_only_file.h"
+#include "vhdx/format/header_reader.h"
 #include "vhdx/format/region_table_reader.h"
-#include "vhdx/test_files.h"
-#include "vhdx/file/writeable_file.h"
+#include "vhdx/metadata/well_known_items.h"
 
 namespace {
 
@@ -41,7 +42,16 @@ constexpr std::uint64_t kBlockSectors = kBlock / kSector;
 
 using VhdxTest::Pattern;
 
-using DiskTest = VhdxTest::DiskFixture;
+class DiskTest : public VhdxTest::DiskFixture {
+ protected:
+  // Lays down `name` by `recipe`.
+  void Make(const std::string& name, const Vhdx::ContainerRecipe& recipe) {
+    std::unique_ptr<rio_file> host = Folder()->CreateFile(Common::FromUtf8(name), 0, 0);
+    ASSERT_TRUE(host);
+    Vhdx::WriteableFile file(*host);
+    Vhdx::WriteContainer(file, recipe);
+  }
+};
 
 // The recipe's layout, read back by the engine's own readers.
 TEST_F(DiskTest, CreateLaysDownTheRecipe) {
@@ -331,7 +341,7 @@ struct ScriptedTracker : FileTracker {
 // tracked ID turns each file's changed bytes into sectors, payload and
 // table alike, and the walk stops once the whole disk is known changed.
 TEST_F(DiskTest, ChangedSectorsComeFromEachFileOfTheChain) {
-  using Areas = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+  using VhdxTest::Areas;
   CreateDisk("base.vhdx", 4 * kBlock);
   Write("base.vhdx", 0, Pattern(1, 1));
   Write("base.vhdx", 2 * kBlockSectors, Pattern(1, 1));
@@ -340,12 +350,7 @@ TEST_F(DiskTest, ChangedSectorsComeFromEachFileOfTheChain) {
   ScriptedTracker tracker;
   auto changes = [&](const std::string& id, Vhd::DiskArea area = {0, 4 * kBlockSectors}) {
     Vhdx::DiskImpl disk(*Folder(), u"top.vhdx", consumer, false, &tracker);
-    struct : Vhd::DiskAreaCollector {
-      bool Collect(const Vhd::DiskArea& a) override { return found.emplace_back(a.Offset, a.Size), true; }
-      Areas found;
-    } collected;
-    disk.GetChangedAreas(id, area, collected);
-    return collected.found;
+    return VhdxTest::ChangedAreas(disk, id, area);
   };
   // Dynamic blocks count whole, a child's partly present block by its bits.
   EXPECT_EQ(changes("*"), (Areas{{0, kBlockSectors}, {kBlockSectors + 10, 3}, {2 * kBlockSectors, kBlockSectors}}));
@@ -393,6 +398,189 @@ TEST_F(DiskTest, ChangedSectorsComeFromEachFileOfTheChain) {
   EXPECT_EQ(Raised([&] { alone.GetCurrentChangeID(); }).Code(), 0x3C003Bu);
   Vhdx::DiskImpl tracked(*Folder(), u"top.vhdx", consumer, false, &tracker);
   EXPECT_EQ(tracked.GetCurrentChangeID(), "now");
+}
+
+using Recipe = Vhdx::ContainerRecipe;
+using Kind = Recipe::Kind;
+
+
+// 4097 blocks of 1 MiB cross a chunk: the BAT's sector bitmap entry sits
+// between block 4095 and 4096, and must not shift the blocks after it.
+TEST_F(DiskTest, FixedHoldsEveryBlockInPlace) {
+  Recipe recipe{Kind::Fixed, 4097ull << 20, 512, 4096, 1u << 20, {}};
+  Make("fixed.vhdx", recipe);
+  const std::uint64_t size = Vhdx::FixedFileSize(recipe);
+  EXPECT_EQ(std::filesystem::file_size(dir.Join("fixed.vhdx")), size);
+
+  const Vhdx::BlockCensus census = Open("fixed.vhdx")->GetTop().CountBlocks();
+  EXPECT_EQ(census.FullyPresent, 4097u);
+  EXPECT_EQ(census.Blocks, 4097u);
+  EXPECT_EQ(Read("fixed.vhdx", 0, 2), std::string(1024, '\0'));
+
+  const std::string data = Pattern(2, 9);
+  Write("fixed.vhdx", 4096ull * 2048, data);  // the first sectors of block 4096
+  EXPECT_EQ(Read("fixed.vhdx", 4096ull * 2048, 2), data);
+  EXPECT_EQ(std::filesystem::file_size(dir.Join("fixed.vhdx")), size);  // nothing allocated anew
+  std::string onDisk(data.size(), '\0');
+  const std::uint64_t lastBlock = size - (1u << 20);
+  std::ifstream(dir.Join("fixed.vhdx"), std::ios::binary).seekg(static_cast<std::streamoff>(lastBlock)).read(
+      onDisk.data(), static_cast<std::streamsize>(onDisk.size()));
+  EXPECT_EQ(onDisk, data);
+}
+
+TEST_F(DiskTest, ChildTakesItsParentsShapeAndReadsThroughIt) {
+  CreateDisk("base.vhdx", 8 << 20);
+  const std::string base = Pattern(16, 3);
+  Write("base.vhdx", 0, base);
+  ASSERT_EQ(::mkdir(dir.Join("sub").c_str(), 0755), 0);
+  const Common::Guid linkage = DataWriteGuid("base.vhdx");
+
+  Recipe recipe = Vhdx::ChildOf(*Folder(), u"base.vhdx", u"sub/child.vhdx", 1u << 20);
+  EXPECT_EQ(recipe.Type, Kind::Differencing);
+  EXPECT_EQ(recipe.VirtualSize, 8u << 20);
+  EXPECT_EQ(recipe.BlockSize, 1u << 20);
+  std::u16string absolute = dir.Wide() + u"/base.vhdx";
+  std::replace(absolute.begin(), absolute.end(), u'/', u'\\');
+  ASSERT_EQ(recipe.ParentLocator.size(), 3u);
+  EXPECT_EQ(Vhdx::ParseParentLinkage(recipe.ParentLocator[0].Value), linkage);
+  EXPECT_EQ(recipe.ParentLocator[1].Value, u"..\\base.vhdx");
+  EXPECT_EQ(recipe.ParentLocator[2].Value, absolute);
+  Make("sub/child.vhdx", recipe);
+  EXPECT_EQ(Vhdx::ChildOf(*Folder(), u"base.vhdx", u"other.vhdx").BlockSize, 4u << 20);  // the parent's
+
+  EXPECT_EQ(Read("sub/child.vhdx", 0, 16), base);
+  const std::string mine = Pattern(2, 40);
+  Write("sub/child.vhdx", 4, mine);
+  EXPECT_EQ(Read("sub/child.vhdx", 0, 16), base.substr(0, 2048) + mine + base.substr(3072));
+  EXPECT_EQ(Read("base.vhdx", 0, 16), base);
+  EXPECT_EQ(DataWriteGuid("base.vhdx"), linkage);
+}
+
+// 130945 blocks fill the table's first MiB exactly; the sector bitmap entry
+// of the last, incomplete chunk lies behind it and must still have room.
+TEST_F(DiskTest, AChildsLastChunkHasRoomForItsBitmapEntry) {
+  CreateDisk("base.vhdx", 130945ull << 22);
+  Make("child.vhdx", Vhdx::ChildOf(*Folder(), u"base.vhdx", u"child.vhdx"));
+  const std::uint64_t last = (130945ull << 22) / 512 - 1;
+  Write("child.vhdx", last, Pattern(1, 5));
+  EXPECT_EQ(Read("child.vhdx", last, 1), Pattern(1, 5));
+}
+
+TEST_F(DiskTest, RefusesWhatTheFormatCannotHold) {
+  struct Case {
+    const char* what;
+    Recipe recipe;
+    const char16_t* says;
+  } cases[] = {
+      {"block not a power of two", {Kind::Dynamic, 1 << 30, 512, 4096, 3u << 20, {}}, u"block size 3145728"},
+      {"block too large", {Kind::Fixed, 1 << 30, 512, 4096, 512u << 20, {}}, u"block size"},
+      {"logical sector", {Kind::Dynamic, 1 << 30, 1024, 4096, 1u << 20, {}}, u"sector size 1024"},
+      {"physical sector", {Kind::Dynamic, 1 << 30, 512, 2048, 1u << 20, {}}, u"sector size 2048"},
+      {"empty", {Kind::Dynamic, 0, 512, 4096, 1u << 20, {}}, u"virtual size 0"},
+      {"part of a sector", {Kind::Dynamic, 4096 + 512, 4096, 4096, 1u << 20, {}}, u"virtual size 4608"},
+      {"past 64 TiB", {Kind::Dynamic, (64ull << 40) + 4096, 4096, 4096, 1u << 20, {}}, u"at most 64 TB"},
+      {"child without locator", {Kind::Differencing, 1 << 30, 512, 4096, 1u << 20, {}}, u"Invalid arguments"},
+  };
+  for (const Case& c : cases) {
+    const Common::Error error = Raised([&] { Vhdx::CheckRecipe(c.recipe); });
+    EXPECT_EQ(error.Code(), 0x3C0001u) << c.what;
+    EXPECT_NE(Common::FullText(error).find(c.says), std::u16string::npos) << c.what;
+  }
+
+  EXPECT_EQ(CodeOf([&] { Vhdx::ChildOf(*Folder(), u"missing.vhdx", u"child.vhdx"); }), 0x3C002Cu);
+}
+
+namespace Items = Vhdx::WellKnownItems;
+
+const Vhdx::MetadataDescriptor kUserItem{VhdxTest::TestGuid(9), Format::kMetadataIsUser};
+
+class DiskFileTest : public ::testing::Test {
+ protected:
+  DiskFileTest() {
+    Vhdx::WriteableFile file(*memory);
+    Vhdx::WriteDynamicContainer(file, {16 << 20, 512});
+  }
+  void Edit(const std::function<void(Vhdx::MetadataModifier&)>& edit) {
+    Vhdx::WriteableFile file(*memory);
+    VhdxTest::ModifyMetadata(file, edit);
+  }
+  void SetParameters(std::uint32_t flags) {
+    Edit([&](Vhdx::MetadataModifier& m) {
+      std::uint8_t value[8];
+      Vhdx::FileParameters{0x400000, flags}.Store(value);
+      m.Set(Items::kFileParameters, value, sizeof value);
+    });
+  }
+  std::unique_ptr<Vhdx::DiskFile> Open(bool writable) {
+    if (writable) return Vhdx::OpenWritableDiskFile(*memory, recorder);
+    return Vhdx::OpenReadOnlyDiskFile(*memory, recorder);
+  }
+
+  std::unique_ptr<Common::MemoryFile> memory = Common::MemoryFile::Create();
+  VhdxTest::MetadataItems recorder;
+};
+
+TEST_F(DiskFileTest, OpenRequiresSizesAndParametersAndDerivesTheType) {
+  EXPECT_EQ(Open(false)->GetFileType(), Vhdx::kDynamicFile);
+  SetParameters(Vhdx::FileParameters::kLeaveBlocksAllocated);
+  EXPECT_EQ(Open(false)->GetFileType(), Vhdx::kFixedFile);
+  SetParameters(Vhdx::FileParameters::kLeaveBlocksAllocated | Vhdx::FileParameters::kHasParent);
+  EXPECT_EQ(Open(false)->GetFileType(), Vhdx::kDifferencingFile);
+
+  Edit([](Vhdx::MetadataModifier& m) { m.Remove(Items::kPhysicalSectorSize); });
+  EXPECT_NO_THROW(Open(false));
+  Edit([](Vhdx::MetadataModifier& m) { m.Remove(Items::kVirtualDiskSize); });
+  EXPECT_EQ(CodeOf([&] { Open(false); }), 0x3C001Du);
+  Edit([](Vhdx::MetadataModifier& m) { m.Remove(Items::kLogicalSectorSize); });
+  EXPECT_EQ(CodeOf([&] { Open(false); }), 0x3C001Cu);  // named first, though the size is missing too
+}
+
+TEST_F(DiskFileTest, MetadataSetAndRemoveGoThroughTheFiltersAndGrowTheRegion) {
+  auto disk = Open(true);
+  VhdxTest::MetadataItems provider, seen;
+  provider.Items = {{kUserItem, "first"}, {Items::kFileParameters, std::string(8, '\0')}, {kUserItem, "never"}};
+  EXPECT_EQ(CodeOf([&] { disk->SetMetadata(provider); }), 0x3C0037u);
+  disk->EnumerateMetadata(seen);
+  ASSERT_EQ(seen.Items.size(), 2u);  // the Page 83 item and the first user item
+  EXPECT_EQ(seen.Items[1], std::make_pair(kUserItem, std::string("first")));
+
+  // An item larger than the region's free room moves the region to the
+  // end of the file and the region table follows it.
+  const auto before = disk->GetLayout();
+  provider.Items = {{kUserItem, std::string(0x100000, 'x')}};
+  disk->SetMetadata(provider);
+  const auto after = disk->GetLayout();
+  EXPECT_NE(after.MetadataOffset, before.MetadataOffset);
+  EXPECT_GT(after.MetadataLength, before.MetadataLength);
+  disk.reset();
+  auto reopened = Open(false);
+  EXPECT_EQ(reopened->GetDiskParameters().VirtualSize, 16u << 20);
+  // The open's consumer saw it at the reopen.
+  EXPECT_NE(std::find(recorder.Items.begin(), recorder.Items.end(), provider.Items[0]), recorder.Items.end());
+
+  Open(true)->RemoveMetadata(kUserItem);
+  seen.Items.clear();
+  Open(false)->EnumerateMetadata(seen);
+  ASSERT_EQ(seen.Items.size(), 1u);
+  EXPECT_EQ(seen.Items[0].first.Id, Format::kPage83DataItem);
+}
+
+// The disk hides its geometry items from callers, the disk file its type
+// and locator items; both refuse to set them.
+TEST_F(DiskTest, EachLevelKeepsItsOwnMetadataItems) {
+  CreateDisk("a.vhdx", 4 << 20);
+  auto disk = Open("a.vhdx", true);
+  struct All : Vhdx::MetadataConsumer {
+    std::vector<Common::Guid> Ids;
+    void Consume(const Vhdx::MetadataDescriptor& d, const std::uint8_t*, std::uint32_t) override { Ids.push_back(d.Id); }
+  } all;
+  disk->EnumerateMetadata(all);
+  EXPECT_EQ(all.Ids, (std::vector<Common::Guid>{Format::kPage83DataItem, Format::kPhysicalSectorSizeItem}));
+  VhdxTest::MetadataItems provider;
+  for (const auto& item : {Items::kVirtualDiskSize, Items::kLogicalSectorSize, Items::kFileParameters}) {
+    provider.Items = {{item, std::string(8, '\0')}};
+    EXPECT_EQ(CodeOf([&] { disk->SetMetadata(provider); }), 0x3C0037u);
+  }
 }
 
 }  // namespace

@@ -1,14 +1,22 @@
+// The file layer below the container structures: whole transfers over a
+// host file, read-only and change-tracking decorators, bounded and growing
+// regions, and the space managers that place them.
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "common/file_errors.h"
 #include "common/site.h"
+#include "vhdx/file/at_end_of_file_allocator.h"
 #include "vhdx/file/change_tracking_file.h"
-#include "vhdx/test_files.h"
+#include "vhdx/file/expandable_file_region.h"
+#include "vhdx/file/file_region_impl.h"
+#include "vhdx/file/throwing_expandable_file_region.h"
 #include "vhdx/file/write_protected_file.h"
-#include "vhdx/file/writeable_file.h"
+#include "vhdx/metadata/aligning_space_manager.h"
+#include "vhdx/test_files.h"
 
 namespace {
 
@@ -115,6 +123,188 @@ TEST(ChangeTrackingFileTest, ChangesNotifyEveryObserverInOrderBeforeTheyHappen) 
   EXPECT_EQ(CodeOf([&] { refusing.Write(0, 1, "x"); }), 0x3C0000u);
   EXPECT_EQ(CodeOf([&] { refusing.Expand(10); }), 0x3C0000u);
   EXPECT_EQ(below.Log, (Log{"refusing", "refusing"}));
+}
+
+using Vhdx::Area;
+
+constexpr std::uint32_t kRegionBounds = 0x3C0036;
+
+class FileRegionTest : public VhdxTest::MemoryFileTest {
+ protected:
+  FileRegionTest() { raw.Load("ABCDEFGHIJKLMNOPQRSTUVWXYZ"); }
+};
+
+// The bound check lets one byte past the region through, on purpose; this
+// pins the quirk so that it cannot be "fixed" unnoticed.
+TEST_F(FileRegionTest, TheBoundCheckLetsOneBytePastTheRegionThrough) {
+  Vhdx::ReadOnlyFileRegionImpl region(file, {10, 8});  // "KLMNOPQR"
+  char buffer[9] = {};
+  region.Read({8, 0}, buffer);  // empty, at the length
+  region.Read({0, 9}, buffer);  // up to the byte behind the region
+  EXPECT_EQ(std::string(buffer, 9), "KLMNOPQRS");
+  // Far offsets fail instead of wrapping around.
+  for (const Area a : {Area{9, 0}, Area{0, 10}, Area{7, 3}, Area{UINT64_MAX - 2, 4}})
+    EXPECT_EQ(CodeOf([&] { region.Read(a, buffer); }), kRegionBounds) << a.Offset;
+  Vhdx::ReadOnlyFileRegionImpl farRegion(file, {UINT64_MAX - 1, 8});
+  EXPECT_EQ(CodeOf([&] { farRegion.Read({4, 1}, buffer); }), kRegionBounds);
+}
+
+TEST_F(FileRegionTest, WritableAndThrowingRegionsWriteAtTheirPlaceWithinTheSameBound) {
+  Vhdx::ThrowingExpandableFileRegion region(std::make_unique<Vhdx::WritableFileRegionImpl>(file, Area{20, 4}));
+  region.Write({1, 2}, "xy");
+  region.Write({4, 1}, "z");  // the quirk holds for writes too
+  EXPECT_EQ(CodeOf([&] { region.Write({3, 3}, "abc"); }), kRegionBounds);
+  EXPECT_EQ(raw.Bytes(19, 7), "TUxyXzZ");
+  char buffer[3];
+  region.Read({0, 3}, buffer);
+  EXPECT_EQ(std::string(buffer, 3), "Uxy");
+  EXPECT_EQ(CodeOf([&] { region.Expand(5); }), 0x3C0000u);
+  EXPECT_EQ(region.GetLocation(), (Area{20, 4}));
+}
+
+struct RecordingMonitor : Vhdx::ExpansionMonitor {
+  explicit RecordingMonitor(VhdxTest::ScriptedFile& r) : raw(r) {}
+  void OnExpanded(const Area& oldArea, const Area& newArea) override {
+    calls.emplace_back(oldArea, newArea);
+    contentSeen = raw.Bytes(newArea.Offset, oldArea.Size);
+  }
+  VhdxTest::ScriptedFile& raw;
+  std::vector<std::pair<Area, Area>> calls;
+  std::string contentSeen;
+};
+
+TEST_F(FileRegionTest, GrowingCopiesTheContentBeforeTheMonitorIsTold) {
+  const std::string content(5000, 'c');  // more than one copy piece
+  file.Write(0x100000, content.size(), content.data());
+  auto monitor = std::make_shared<RecordingMonitor>(raw);
+  Vhdx::ExpandableFileRegionImpl region(
+      file, {0x100000, 5000}, std::make_shared<Vhdx::AtEndOfFileAllocator>(file, 0x100000, 0x100000), monitor);
+  region.Expand(5000);  // the present length: nothing at all
+  EXPECT_EQ(file.GetSize(), 0x100000u + 5000);
+  region.Expand(6000);
+  const Area moved{0x200000, 0x100000};
+  EXPECT_EQ(monitor->calls, (decltype(monitor->calls){{{0x100000, 5000}, moved}}));
+  EXPECT_EQ(monitor->contentSeen, content);
+  EXPECT_EQ(region.GetLocation(), moved);
+  region.Write({5000, 3}, "new");
+  EXPECT_EQ(raw.Bytes(0x200000 + 4999, 4), "cnew");
+  EXPECT_EQ(raw.Bytes(0x100000, 5000), content);  // the old place stays as it was
+}
+
+TEST_F(FileRegionTest, AFailedOrImpossibleMoveLeavesTheOldRegionInForceAndUntold) {
+  struct FixedAllocator : Vhdx::Allocator {
+    Area Allocate(const Area& request) override {
+      requests.push_back(request);
+      return answer;
+    }
+    Area answer{};
+    std::vector<Area> requests;
+  };
+  auto allocator = std::make_shared<FixedAllocator>();
+  auto monitor = std::make_shared<RecordingMonitor>(raw);
+  Vhdx::ExpandableFileRegionImpl region(file, {0, 10}, allocator, monitor);
+  struct Case { Area answer; std::uint64_t writeLimit; std::uint32_t code; };
+  for (const Case& c : {Case{{5, 20}, UINT64_MAX, 0x3C0032},  // overlaps the old place
+                        Case{{30, 15}, UINT64_MAX, 0x3C0000},  // less than asked
+                        Case{{30, 20}, 35, 0x40004}}) {        // the medium fills up during the copy
+    allocator->answer = c.answer;
+    raw.WriteLimit = c.writeLimit;
+    raw.Writes.clear();
+    EXPECT_EQ(CodeOf([&] { region.Expand(20); }), c.code);
+    EXPECT_EQ(raw.Writes.empty(), c.writeLimit == UINT64_MAX);  // refused before any copy
+    EXPECT_EQ(allocator->requests.back(), (Area{0, 20}));  // the present offset goes along
+    EXPECT_TRUE(monitor->calls.empty());
+    EXPECT_EQ(region.GetLocation(), (Area{0, 10}));
+  }
+  allocator->answer = {0, 30};  // grown in place: nothing to copy
+  raw.Writes.clear();
+  region.Expand(30);
+  EXPECT_TRUE(raw.Writes.empty());
+  EXPECT_EQ(monitor->calls.size(), 1u);
+  EXPECT_EQ(region.GetLocation(), (Area{0, 30}));
+}
+
+constexpr std::uint32_t kNotFound = 0x3C0033;
+constexpr std::uint32_t kBounds = 0x3C0034;
+constexpr std::uint32_t kOccupied = 0x3C0035;
+constexpr Area kFull{0, 0};  // an empty area: no room, and no error
+
+// Each allocation in turn, on one manager.
+void ExpectAllocations(Vhdx::AligningSpaceManager& space, std::initializer_list<std::pair<std::uint32_t, Area>> steps) {
+  for (const auto& [size, area] : steps) {
+    const Area got = space.Allocate(size);
+    EXPECT_EQ(area.Size ? got : (Area{0, got.Size}), area) << "Allocate(" << size << ")";
+  }
+}
+
+TEST(AligningSpaceManagerTest, AllocatesFirstFitBehindTheFirstAreaRoundingOffsetsAndSizesUp) {
+  Vhdx::AligningSpaceManager gaps(1000, 0, 1, 1);
+  gaps.Occupy({0, 100});
+  gaps.Occupy({200, 100});
+  // The hole is too small, then filled; up to the bound, then full.
+  ExpectAllocations(gaps, {{101, {300, 101}}, {100, {100, 100}}, {599, {401, 599}}, {1, kFull}});
+
+  Vhdx::AligningSpaceManager late(1000, 0, 1, 1);
+  late.Occupy({500, 100});
+  ExpectAllocations(late, {{10, {600, 10}}, {391, kFull}});  // the room in front stays unused
+  late.SetBound(900);  // only ever raised
+  EXPECT_EQ(late.GetBound(), 1000u);
+  late.SetBound(1001);
+  ExpectAllocations(late, {{391, {610, 391}}});
+
+  Vhdx::AligningSpaceManager aligned(1000, 0, 64, 16);
+  ExpectAllocations(aligned, {{10, {0, 16}}, {17, {64, 32}}});
+  aligned.Occupy({100, 3});
+  // The holes 16..64 and 96..100 have no aligned room; behind 103 comes 128.
+  // Behind 144 the next aligned place is 192; 880 bytes from there are too many.
+  ExpectAllocations(aligned, {{1, {128, 16}}, {878, kFull}, {800, {192, 800}}, {0, kFull}});
+  // An unaligned start: the bytes skipped to the first multiple count.
+  Vhdx::AligningSpaceManager shifted(100, 10, 32, 1);
+  ExpectAllocations(shifted, {{79, kFull}, {78, {32, 78}}});
+}
+
+TEST(AligningSpaceManagerTest, OccupyFreeAndExpandCheckBoundsOverlapsAndExactStarts) {
+  Vhdx::AligningSpaceManager space(100, 50, 1, 1);
+  space.Occupy({50, 10});
+  space.Occupy({60, 10});   // touching is fine
+  space.Occupy({140, 10});  // up to start + bound
+  struct Case { std::function<void()> call; std::uint32_t code; };
+  const Case refused[] = {
+      {[&] { space.Occupy({50, 10}); }, kOccupied}, {[&] { space.Occupy({69, 2}); }, kOccupied},
+      {[&] { space.Occupy({49, 1}); }, kBounds}, {[&] { space.Occupy({141, 10}); }, kBounds},
+      {[&] { space.Occupy({UINT64_MAX - 5, 10}); }, kBounds}, {[&] { space.Free(55); }, kNotFound},
+      {[&] { space.Free(UINT64_MAX); }, kNotFound}, {[&] { space.Expand({55, 10}); }, kNotFound},
+  };
+  for (const Case& c : refused) EXPECT_EQ(CodeOf(c.call), c.code) << &c - refused;
+  space.Free(60);
+  EXPECT_EQ(CodeOf([&] { space.Free(60); }), kNotFound);
+  space.Occupy({60, 15});
+
+  Vhdx::AligningSpaceManager grow(1000, 0, 1, 1);
+  grow.Occupy({100, 50});
+  grow.Occupy({200, 10});
+  EXPECT_EQ(grow.Expand({100, 80}), (Area{100, 80}));
+  EXPECT_EQ(grow.Expand({100, 120}).Size, 0u);  // would reach into {200, 10}
+  EXPECT_EQ(CodeOf([&] { grow.Occupy({179, 1}); }), kOccupied);  // still {100, 80}
+  EXPECT_EQ(grow.Expand({100, 60}), (Area{100, 60}));  // shrinking is growing less
+  grow.Occupy({160, 40});
+  EXPECT_EQ(grow.Expand({200, 800}), (Area{200, 800}));  // the last: up to the bound
+  EXPECT_EQ(grow.Expand({200, 801}).Size, 0u);
+}
+
+TEST(AtEndOfFileAllocatorTest, AppendsWholeAlignedPiecesAndGrowsTheFile) {
+  VhdxTest::ScriptedFile raw;
+  Vhdx::WriteableFile file(raw);
+  constexpr std::uint64_t kMiB = 0x100000;
+  file.Expand(5 * kMiB + 1);
+  Vhdx::AtEndOfFileAllocator allocator(file, kMiB, kMiB);
+  EXPECT_EQ(allocator.Allocate({0, 1}), (Area{6 * kMiB, kMiB}));
+  EXPECT_EQ(allocator.Allocate({6 * kMiB, kMiB + 1}), (Area{7 * kMiB, 2 * kMiB}));
+  EXPECT_EQ(file.GetSize(), 9 * kMiB);
+  EXPECT_EQ(Vhdx::AtEndOfFileAllocator(file, 0, 0).Allocate({0, 7}), (Area{9 * kMiB, 7}));
+  // A size that no longer fits an area is refused before the file grows.
+  EXPECT_EQ(CodeOf([&] { allocator.Allocate({0, UINT32_MAX}); }), kBounds);
+  EXPECT_EQ(file.GetSize(), 9 * kMiB + 7);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -14,12 +17,10 @@
 #include "vhdx/log/play_log.h"
 #include "vhdx/file/read_only_file.h"
 #include "vhdx/test_files.h"
-#include "vhdx/file/writeable_file.h"
 #include "vhdx/log/zeroing_data_operation.h"
 
 namespace {
 
-namespace Log = Vhdx::Format::Log;
 using VhdxTest::CodeOf;
 using VhdxTest::Raised;
 
@@ -28,71 +29,14 @@ constexpr std::uint64_t kLogOffset = Vhdx::Format::kMiB;
 constexpr std::uint32_t kLogLength = Vhdx::Format::kMiB;
 constexpr std::uint64_t kPayload = 2 * Vhdx::Format::kMiB;  // where entries write
 constexpr std::uint64_t kFileSize = 3 * Vhdx::Format::kMiB;
-const Common::Guid kGuid = VhdxTest::TestGuid(7);
+const Common::Guid kGuid = VhdxTest::TestGuid(7);  // the entries' default
 
 std::uint8_t* At(std::string& bytes, std::size_t offset) {
   return reinterpret_cast<std::uint8_t*>(bytes.data()) + offset;
 }
 
-// A descriptor as a writer lays it down: zeroing when `Data` is empty,
-// otherwise one sector of data. Sequence numbers other than 0 replace the
-// entry's in the descriptor or the data sector.
-struct Change {
-  std::uint64_t FileOffset;
-  std::string Data;
-  std::uint64_t ZeroLength = 0;
-  std::uint64_t DescriptorSequence = 0, DataSequence = 0;
-};
-
-// A log entry as a writer lays it down: header and descriptor sectors,
-// then one data sector per data descriptor, the checksum over them all.
-struct Entry {
-  std::uint64_t Sequence;
-  std::uint32_t Tail;
-  std::vector<Change> Changes;
-  Common::Guid Guid = kGuid;
-  std::uint64_t FlushedFileOffset = 0;
-  std::uint64_t LastFileOffset = 0;
-
-  std::string Bytes() const {
-    const std::size_t count = Changes.size();
-    const std::size_t descriptorSectors = count <= 126 ? 1 : 1 + (count - 126 + 127) / 128;
-    std::string descriptors(descriptorSectors * kSector, '\0'), data;
-    for (std::size_t i = 0; i < count; ++i) {
-      const Change& c = Changes[i];
-      const std::size_t at = i < 126 ? 64 + 32 * i : kSector * (1 + (i - 126) / 128) + 32 * ((i - 126) % 128);
-      std::uint8_t* d = At(descriptors, at);
-      Vhdx::StoreLe64(d + 16, c.FileOffset);
-      Vhdx::StoreLe64(d + 24, c.DescriptorSequence ? c.DescriptorSequence : Sequence);
-      if (c.Data.empty()) {
-        std::memcpy(d, "zero", 4);
-        Vhdx::StoreLe64(d + 8, c.ZeroLength);
-        continue;
-      }
-      std::memcpy(d, "desc", 4);
-      std::string sector = c.Data;
-      std::memcpy(d + 4, sector.data() + 4092, 4);
-      std::memcpy(d + 8, sector.data(), 8);
-      std::memcpy(sector.data(), "data", 4);
-      const std::uint64_t dataSequence = c.DataSequence ? c.DataSequence : Sequence;
-      Vhdx::StoreLe32(At(sector, 4), static_cast<std::uint32_t>(dataSequence >> 32));
-      Vhdx::StoreLe32(At(sector, 4092), static_cast<std::uint32_t>(dataSequence));
-      data += sector;
-    }
-    std::string bytes = descriptors + data;
-    std::uint8_t* h = At(bytes, 0);
-    std::memcpy(h, "loge", 4);
-    Vhdx::StoreLe32(h + 8, static_cast<std::uint32_t>(bytes.size()));
-    Vhdx::StoreLe32(h + 12, Tail);
-    Vhdx::StoreLe64(h + 16, Sequence);
-    Vhdx::StoreLe32(h + 24, static_cast<std::uint32_t>(count));
-    Vhdx::StoreGuid(h + 32, Guid);
-    Vhdx::StoreLe64(h + 48, FlushedFileOffset);
-    Vhdx::StoreLe64(h + 56, LastFileOffset);
-    Vhdx::StoreLe32(h + 4, Vhdx::Crc32c(bytes.data(), bytes.size()));
-    return bytes;
-  }
-};
+using Change = VhdxTest::LogChange;
+using Entry = VhdxTest::LogEntry;
 
 // A sector whose edges differ from its middle, so that a lost edge shows.
 std::string Sector(char fill) {
@@ -115,7 +59,7 @@ class LogReadCounter : public Vhdx::FileDecorator {
 
 // A container of 3 MiB: headers naming a log at 1 MiB (or none), the log,
 // and 1 MiB of 0xEE bytes that the entries change.
-class LogReplayTest : public ::testing::Test {
+class LogReplayTest : public VhdxTest::MemoryFileTest {
  protected:
   LogReplayTest() { Reset(); }
   void Reset() {
@@ -152,9 +96,6 @@ class LogReplayTest : public ::testing::Test {
   }
 
   std::string bytes;
-  VhdxTest::ScriptedFile raw;
-  Vhdx::WriteableFile file{raw};
-  VhdxTest::LoggingFile logged{file};
 };
 
 TEST_F(LogReplayTest, WithoutLogGuidNothingIsReadAndAnEmptyLogIsRefused) {
@@ -228,11 +169,11 @@ TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
 }
 
 TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFileCannotHold) {
-  // Zero descriptors over single sectors of the payload; the last one lies
-  // in the further descriptor sector.
+  // Zero descriptors over single sectors of the payload, round; the last
+  // one lies in the further descriptor sector.
   auto zeroes = [](std::size_t count) {
     std::vector<Change> changes;
-    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i * kSector, "", kSector});
+    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i % 256 * kSector, "", kSector});
     return changes;
   };
   auto read = [&](const Entry& entry) {
@@ -246,6 +187,12 @@ TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFi
   EXPECT_EQ(raw.Bytes(kPayload + 253 * kSector, kSector), std::string(kSector, '\0'));
   EXPECT_EQ(raw.Bytes(kPayload + 254 * kSector + 1, 1), "\xEE");  // past the one byte the last piece adds
   EXPECT_FALSE(read({3, 0, zeroes(127)})->IsValid());
+  // Two further sectors: each is read again when its turn comes.
+  Reset();
+  const auto twice = read({3, 0, zeroes(382)});
+  ASSERT_TRUE(twice->IsValid());
+  twice->Apply(file);
+  EXPECT_EQ(raw.Bytes(kPayload, 256 * kSector), std::string(256 * kSector, '\0'));
 
   // Counts that would make the reader go past the end of the file.
   std::uint8_t* h = At(bytes, kLogOffset);
@@ -357,6 +304,127 @@ TEST_F(LogReplayTest, ReadOnlyReplayLandsInTheOverlayAlone) {
   EXPECT_EQ(seen, Sector('r') + std::string(kSector, '\0'));
   EXPECT_TRUE(Vhdx::HeaderReader::Read(overlay).LogGuid.IsZero());
   EXPECT_FALSE(Vhdx::HeaderReader::Read(below).LogGuid.IsZero());
+}
+
+// Kind: 'W' write of Size bytes of Fill, 'Z' zeroing, 'E' expansion to Offset.
+struct Op { char Kind; std::uint64_t Offset, Size; char Fill; };
+
+// The overlay over a file of `below`, and the bytes a reader should see.
+struct Fixture {
+  explicit Fixture(const std::string& below) : Model(below) { Raw.Load(below); }
+  void Apply(const Op& op) {
+    const std::string data(op.Kind == 'E' ? 0 : op.Size, op.Kind == 'W' ? op.Fill : '\0');
+    if (op.Kind == 'E') File.Expand(op.Offset);
+    if (op.Kind == 'W') File.Write(op.Offset, data.size(), data.data());
+    if (op.Kind == 'Z') File.WriteZero(op.Offset, op.Size);
+    Model.resize(std::max<std::uint64_t>(Model.size(), op.Offset + data.size()), '\0');
+    Model.replace(op.Offset, data.size(), data);
+  }
+  std::string Read(std::uint64_t offset, std::size_t size) {
+    std::string out(size, '?');
+    File.Read(offset, size, out.data());
+    return out;
+  }
+  std::string Model;
+  VhdxTest::ScriptedFile Raw;
+  Vhdx::ReadOnlyFile Below{Raw};
+  VhdxTest::LoggingFile Logged{Below};
+  Vhdx::NonPersistentFile File{Logged};
+};
+
+// Offset, size, and 'Z' or 'M' for the kind of each stored range.
+std::vector<std::string> Layout(const Vhdx::NonPersistentFile& file) {
+  std::vector<std::string> out;
+  for (const auto& [key, range] : file.Ranges()) {
+    EXPECT_EQ(key, (Vhd::FileRegion{range->GetOffset(), range->GetSize()}));
+    const char kind = dynamic_cast<const Vhdx::ZeroDataRange*>(range.get()) ? 'Z' : 'M';
+    out.push_back(std::to_string(key.Offset) + "+" + std::to_string(key.Size) + kind);
+  }
+  return out;
+}
+
+TEST(NonPersistentFileTest, MergesOverlapsKeepsTouchingRangesApartAndOnlyGrows) {
+  const struct {
+    std::vector<Op> ops;
+    std::vector<std::string> layout;
+  } cases[] = {
+      {{{'W', 10, 10, 'a'}, {'Z', 0, 100, 0}}, {"0+100Z"}},
+      {{{'Z', 0, 100, 0}, {'W', 10, 10, 'a'}}, {"0+100M"}},
+      {{{'W', 0, 10, 'a'}, {'Z', 5, 10, 0}}, {"0+15M"}},
+      {{{'Z', 0, 10, 0}, {'Z', 5, 10, 0}}, {"0+15Z"}},
+      {{{'W', 0, 10, 'a'}, {'W', 10, 5, 'b'}}, {"0+10M", "10+5M"}},
+      {{{'W', 0, 4, 'a'}, {'Z', 6, 4, 0}, {'W', 12, 4, 'c'}, {'W', 2, 12, 'd'}, {'W', 16, 1, 'e'}},
+       {"0+16M", "16+1M"}},
+      {{{'W', 0, 0, 'a'}, {'Z', 5, 0, 0}}, {}},
+      {{{'E', 10100, 0, 0}, {'E', 50, 0, 0}}, {"100+4096Z", "4196+4096Z", "8292+1808Z"}},
+  };
+  for (const auto& c : cases) {
+    Fixture f(std::string(100, 'u'));
+    for (const Op& op : c.ops) f.Apply(op);
+    EXPECT_EQ(Layout(f.File), c.layout);
+    EXPECT_EQ(f.File.GetSize(), f.Model.size());
+    EXPECT_EQ(f.Read(0, f.Model.size()), f.Model);
+    // A read of one byte takes the same path as any other.
+    for (std::size_t i = 0; i < f.Model.size(); ++i) ASSERT_EQ(f.Read(i, 1), f.Model.substr(i, 1)) << i;
+  }
+}
+
+TEST(NonPersistentFileTest, ReadsLikeAByteArrayAndNeverChangesTheFileBelow) {
+  for (unsigned seed = 1; seed <= 20; ++seed) {
+    std::mt19937 rng(seed);
+    auto pick = [&](std::uint64_t low, std::uint64_t high) {
+      return std::uniform_int_distribution<std::uint64_t>(low, high)(rng);
+    };
+    std::string below(pick(0, 3000), '\0');
+    for (char& c : below) c = static_cast<char>(pick(1, 255));
+    Fixture f(below);
+    for (int step = 0; step < 150; ++step) {
+      // Nothing starts beyond the end, so every byte has a source.
+      const std::uint64_t size = f.Model.size();
+      const char kind = "WWWZZE"[pick(0, 5)];
+      f.Apply({kind, kind == 'E' ? size + pick(0, 9000) : pick(0, size), pick(1, 700),
+               static_cast<char>(pick(1, 255))});
+      ASSERT_EQ(f.File.GetSize(), f.Model.size()) << seed;
+      const std::uint64_t at = pick(0, f.Model.size());
+      const std::uint64_t length = pick(0, f.Model.size() - at);
+      ASSERT_EQ(f.Read(at, length), f.Model.substr(at, length)) << seed << " " << step;
+    }
+    EXPECT_EQ(f.Read(0, f.Model.size()), f.Model);
+    f.File.Flush();
+    EXPECT_TRUE(f.Logged.Log.empty());
+    EXPECT_EQ(f.Raw.Bytes(0, below.size() + 1), below);
+  }
+}
+
+TEST(NonPersistentFileTest, RaisesItsOwnFaultsAndPassesTheFileBelowThrough) {
+  const Vhdx::InMemoryDataRange bytes(10, std::vector<std::uint8_t>(20, 7));
+  const Vhdx::ZeroDataRange zeros(30, 5);
+  char buffer[64];
+  Fixture f(std::string(100, 'u'));
+  f.Apply({'W', 100, 10, 'a'});
+  const struct {
+    std::function<void()> fn;
+    std::uint32_t code;
+    std::u16string text;
+  } cases[] = {
+      {[&] { bytes.Read(25, 6, buffer); }, 0x3C003E,
+       u"Internal error: An attempt to read from data range beyond its bounds. Data range Offset = 10, "
+       u"Size = 20, read request Offset = 25, Size = 6."},
+      {[&] { zeros.Read(29, 1, buffer); }, 0x3C003E, {}},
+      {[&] { zeros.Read(36, 0, buffer); }, 0x3C003E, {}},
+      {[&] { bytes.Merge(zeros); }, 0x3C003D,
+       u"Internal error: An attempt to merge non-intersected data ranges, first with Offset = 10, Size = 20, "
+       u"second with Offset = 30, Size = 5."},
+      {[&] { f.Read(105, 10); }, FileError::EndOfFile, u"The end of the file has been reached."},
+      {[&] { f.File.WriteZero(UINT64_MAX - 4, 10); }, FileError::Seek, {}},
+  };
+  for (const auto& c : cases) {
+    const Common::Error error = Raised(c.fn);
+    EXPECT_EQ(error.Code(), c.code);
+    if (!c.text.empty()) {
+      EXPECT_EQ(error.GetText(), c.text);
+    }
+  }
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 #include "vhdx/metadata/parent_locator_writer.h"
 #include "vhdx/differencing_child.h"
 #include "vhdx/test_files.h"
-#include "vhdx/file/writeable_file.h"
 
 namespace {
 
@@ -108,7 +107,7 @@ struct OpenTree {
   }
 };
 
-class MetadataTest : public ::testing::Test {
+class MetadataTest : public VhdxTest::MemoryFileTest {
  protected:
   // The region is the whole image unless `regionSize` says less.
   void Read(const std::string& image, MetadataConsumer& consumer, std::uint32_t regionSize = 0) {
@@ -138,8 +137,6 @@ class MetadataTest : public ::testing::Test {
     return out;
   }
 
-  VhdxTest::ScriptedFile raw;
-  WriteableFile file{raw};
   std::shared_ptr<Monitor> monitor = std::make_shared<Monitor>();
 };
 
@@ -291,7 +288,6 @@ TEST_F(MetadataTest, ParentLocatorsParseWithinTheirItemOnly) {
 }
 
 TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown) {
-  VhdxTest::LoggingFile logged{file};
   auto modifier =
       Modifier(RegionImage({{kOther, 0, "aaaaaaaa"}, {kOther, 1, "bbbbbbbb", kTableArea + 16}},
                            kTableArea + 32),
@@ -324,6 +320,12 @@ TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown)
   // The last entry moved down; its old copy, stale now, and all data stay.
   EXPECT_EQ(raw.Bytes(at.Offset, at.Size), before.substr(0, 10) + '\2' + before.substr(11, 53) +
                                                before.substr(96, 32) + before.substr(96));
+
+  // An item that a read refuses is refused here too, before any write.
+  logged.Log.clear();
+  auto hostile = Modifier(RegionImage({{kOther, 0, "", 0x1FFFF, 3}}), logged);
+  EXPECT_EQ(CodeOf([&] { hostile.Set({VhdxTest::TestGuid(8), 0}, U8("x"), 1); }), 0x3C0036u);
+  EXPECT_TRUE(logged.Log.empty());
 }
 
 TEST_F(MetadataTest, FiltersHideItemsFromReadersByIdentity) {
