@@ -452,6 +452,17 @@ TEST_F(DiskTest, ChildTakesItsParentsShapeAndReadsThroughIt) {
   const std::string mine = Pattern(2, 40);
   Write("sub/child.vhdx", 4, mine);
   EXPECT_EQ(Read("sub/child.vhdx", 0, 16), base.substr(0, 2048) + mine + base.substr(3072));
+  // A partly present block, last in the file and cut off by its end: a new
+  // block goes behind where the cut block ends, not into the part cut off,
+  // whose sectors would then read another block's data instead of zeros.
+  Make("cut.vhdx", Vhdx::ChildOf(*Folder(), u"base.vhdx", u"cut.vhdx", 2u << 20));
+  Write("cut.vhdx", 0, mine);
+  Write("cut.vhdx", 4096 + 2048, mine);
+  const std::uint64_t cut = (EntryOf("cut.vhdx", 1) >> 20 << 20) + 4096;
+  ASSERT_EQ(::truncate(dir.Join("cut.vhdx").c_str(), static_cast<off_t>(cut)), 0);
+  Write("cut.vhdx", 2 * 4096, Pattern(2, 41));
+  EXPECT_TRUE(Read("cut.vhdx", 4096 + 2048, 2) == std::string(1024, '\0'));
+  EXPECT_EQ(Read("cut.vhdx", 2 * 4096, 2), Pattern(2, 41));
   EXPECT_EQ(Read("base.vhdx", 0, 16), base);
   EXPECT_EQ(DataWriteGuid("base.vhdx"), linkage);
 }
