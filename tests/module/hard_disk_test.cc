@@ -71,6 +71,7 @@ TEST_F(HardDiskTest, AddWriteReadAndListThroughTheContract) {
   // A name without ".vhdx" is sized by the older format's rules, whole
   // cylinders of 255 heads and 63 sectors on SCSI, and made as VHDX.
   EXPECT_EQ(ex->GetLastSector(), 8u * 16065 - 1);
+  EXPECT_EQ(ex->GetSectorSize(), 512u);
   std::string data(1024, 'x'), back(1024, '\0');
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7);
   ASSERT_TRUE(ex->Access(Fdisk::kAccessWrite, 4097, 2, data.data()).IsEmpty());
@@ -190,11 +191,17 @@ TEST_F(HardDiskTest, AttachRemoveAndMove) {
 
   // A relative name that climbs out of the machine's folder is not taken:
   // the absolute path stands, and the file outside is neither listed nor
-  // deleted with the disk.
+  // deleted with the disk. A name after "./" is in the machine's folder.
   WriteBytes(dir.Join("victim.vhdx"), "vhdxfile, but not the machine's");
-  vm = WithBus("Climb", "<location id=\"0\"><pathname><absolute type=\"string\">" + dir.Join("Climb/gone.vhdx") +
-                            "</absolute><relative type=\"string\">../victim.vhdx</relative></pathname></location>");
-  EXPECT_EQ(List(vm), (std::vector<Slot>{{0, 0, 0, dir.Wide("Climb/gone.vhdx")}}));
+  const auto slot = [](const std::string& id, const std::string& absolute, const std::string& relative) {
+    return "<location id=\"" + id + "\"><pathname><absolute type=\"string\">" + absolute +
+           "</absolute><relative type=\"string\">" + relative + "</relative></pathname></location>";
+  };
+  vm = WithBus("Climb", slot("0", dir.Join("Climb/gone.vhdx"), "../victim.vhdx") +
+                            slot("1", "/elsewhere/near.vhdx", "./near.vhdx"));
+  WriteBytes(dir.Join("Climb/near.vhdx"), "");  // a relative name counts only for a file that is there
+  EXPECT_EQ(List(vm), (std::vector<Slot>{{0, 0, 0, dir.Wide("Climb/gone.vhdx")},
+                                        {0, 0, 1, dir.Wide("Climb/near.vhdx")}}));
   EXPECT_FALSE(vm->RemoveHardDisk(0, 0, 0, true).IsEmpty()) << "the absolute file is not there";
   EXPECT_TRUE(Exists(dir.Join("victim.vhdx")));
 

@@ -190,7 +190,7 @@ TEST_F(MachineTest, PropertyFailures) {
   ExpectError(Properties(vm)->SetProperty(u"Memory", u"lots"), 0x53006F,
               u"Failed to set property 'Memory' to 'lots'.", 1);
   // Hexadecimal forms are numbers too.
-  for (auto [given, stored] : {std::pair{u"0x40000000", u"1024"}, std::pair{u" 80000000h ", u"2048"}}) {
+  for (auto [given, stored] : {std::pair{u"0x4A000000", u"1184"}, std::pair{u" 80000000h ", u"2048"}}) {
     EXPECT_TRUE(Properties(vm)->SetProperty(u"Memory", given).IsEmpty());
     EXPECT_EQ(Get(vm, u"Memory"), stored);
   }
@@ -275,6 +275,9 @@ TEST_F(MachineTest, EmptyStorageMeansTheDefaultMachinesFolder) {
   unsetenv("VELLUMRIG_MACHINES");
   ASSERT_TRUE(e.IsEmpty()) << Text(e);
   EXPECT_TRUE(Exists(dir.Join("default/Fallback/Fallback.vmc")));
+  // A storage not there yet is made, with the folders above it.
+  ASSERT_TRUE(server->CreateVM(dir.Wide("new/deeper"), u"Deep", 0, vm).IsEmpty());
+  EXPECT_TRUE(Exists(dir.Join("new/deeper/Deep/Deep.vmc")));
 }
 
 TEST_F(MachineTest, WithoutARootEveryMachineOperationIsAnInternalError) {
