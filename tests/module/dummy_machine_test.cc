@@ -8,11 +8,7 @@
 namespace ModuleTest {
 namespace {
 
-using Processor::AutoRef;
 using VirtualWareRaw::ObjectManager;
-using VirtualWareRaw::SafeHardDisk;
-using VirtualWareRaw::SafeRawHardDisk;
-using VirtualWareRaw::SafeVM;
 
 // A folder on which every call fails and is counted: a description that
 // reaches the file system shows in the count.
@@ -64,20 +60,8 @@ class DummyMachineTest : public ServerOnRoot {
     EXPECT_TRUE(error.IsEmpty()) << Text(error);
     return id;
   }
-  AutoRef<SafeVM> Registered(const std::u16string& id) {
-    AutoRef<SafeVM> vm;
-    const Common::Error error = server->GetRegisteredVM(id, vm);
-    EXPECT_TRUE(error.IsEmpty()) << Text(error);
-    return vm;
-  }
+  AutoRef<SafeVM> Registered(const std::u16string& id) { return Open(Common::ToUtf8(id)); }
 };
-
-VirtualMachineDiskEx* SectorsOf(const AutoRef<SafeHardDisk>& disk, AutoRef<SafeRawHardDisk>& raw) {
-  VirtualMachineDiskEx* ex = nullptr;
-  EXPECT_TRUE(disk->GetRawDisk(raw).IsEmpty());
-  EXPECT_TRUE(raw->GetDisk(ex).IsEmpty());
-  return ex;
-}
 
 // Describing a machine and using its disk never reaches the folder; only
 // the check of name and storage does, and its failure comes back.
@@ -95,9 +79,8 @@ TEST_F(DummyMachineTest, ADescriptionTouchesNoFile) {
   AutoRef<SafeVM> vm = Registered(id);
   AutoRef<SafeHardDisk> disk;
   ASSERT_TRUE(vm->AddHardDisk(Processor::String(u"system.vhdx"), 0, 0, 0, 40ull << 30, 512, disk).IsEmpty());
-  AutoRef<SafeRawHardDisk> raw;
   std::string sector(512, 'b');
-  ASSERT_TRUE(SectorsOf(disk, raw)->Access(Fdisk::kAccessWrite, 0, 1, sector.data()).IsEmpty());
+  ASSERT_TRUE(DiskOf(disk)->Access(Fdisk::kAccessWrite, 0, 1, sector.data()).IsEmpty());
   EXPECT_TRUE(server->RemoveVM(NewDummy()).IsEmpty());
   EXPECT_EQ(*calls, 0);
 
@@ -126,8 +109,7 @@ TEST_F(DummyMachineTest, DisksAreCheckedAndReadZerosButTheBootSector) {
   }
   // The size is rounded down to whole sectors; SCSI has 255 heads of 63.
   ASSERT_TRUE(vm->AddHardDisk(Processor::String(u"data.vhdx"), 1, 0, 2, (8u << 20) + 300, 512, disk).IsEmpty());
-  AutoRef<SafeRawHardDisk> raw;
-  VirtualMachineDiskEx* ex = SectorsOf(disk, raw);
+  VirtualMachineDiskEx* ex = DiskOf(disk);
   ASSERT_TRUE(ex);
   EXPECT_EQ(ex->GetLastSector(), 16383u);
   EXPECT_EQ(ex->GetGeometry(), (Fdisk::Geometry{63, 254, 1}));
@@ -141,8 +123,7 @@ TEST_F(DummyMachineTest, DisksAreCheckedAndReadZerosButTheBootSector) {
   ASSERT_TRUE(vm->GetHardDisks(disks).IsEmpty());
   AutoRef<SafeHardDisk> again;
   ASSERT_TRUE(disks->GetItem(0, again).IsEmpty());
-  AutoRef<SafeRawHardDisk> raw2;
-  ASSERT_TRUE(SectorsOf(again, raw2)->Access(Fdisk::kAccessRead, 0, 2, back.data()).IsEmpty());
+  ASSERT_TRUE(DiskOf(again)->Access(Fdisk::kAccessRead, 0, 2, back.data()).IsEmpty());
   EXPECT_EQ(back, std::string(512, 'm') + std::string(512, '\0')) << "only the first sector is kept";
   EXPECT_EQ(disks->GetItem(1, again).Code(), 0x530023u);
 

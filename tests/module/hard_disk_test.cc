@@ -7,16 +7,21 @@
 namespace ModuleTest {
 namespace {
 
-using HostTest::Exists;
-using HostTest::ReadBytes;
-using HostTest::WriteBytes;
-using Processor::AutoRef;
-using VirtualWareRaw::SafeHardDisk;
 using VirtualWareRaw::SafeHardDiskCollection;
-using VirtualWareRaw::SafeRawHardDisk;
-using VirtualWareRaw::SafeVM;
 
-using HardDiskTest = ServerOnRoot;
+class HardDiskTest : public ServerOnRoot {
+ protected:
+  // A new machine whose file has `bus` in place of its empty PCI bus,
+  // opened again from that file.
+  AutoRef<SafeVM> WithBus(const std::string& name, const std::string& bus) {
+    Create(Common::FromUtf8(name));
+    std::string text = ReadBytes(VmcPath(name));
+    text.replace(text.find("<pci_bus/>"), 10, "<pci_bus><ide_adapter><ide_controller id=\"0\">" + bus +
+                                                  "</ide_controller></ide_adapter></pci_bus>");
+    WriteBytes(VmcPath(name), text);
+    return Open(VmcPath(name));
+  }
+};
 
 struct Slot {
   std::uint32_t BusType, Bus, Location;
@@ -50,17 +55,6 @@ std::vector<Slot> List(const AutoRef<SafeVM>& vm) {
   return slots;
 }
 
-VirtualMachineDiskEx* DiskOf(const AutoRef<SafeHardDisk>& disk) {
-  AutoRef<SafeRawHardDisk> raw, again;
-  EXPECT_TRUE(disk->GetRawDisk(raw).IsEmpty());
-  EXPECT_TRUE(disk->GetRawDisk(again).IsEmpty());
-  EXPECT_EQ(raw.Get(), again.Get()) << "one raw disk per disk object";
-  VirtualMachineDiskEx* ex = nullptr;
-  const Common::Error error = raw->GetDisk(ex);
-  EXPECT_TRUE(error.IsEmpty()) << Text(error);
-  return ex;
-}
-
 // The road of one request: a new machine, a disk added, a sector written
 // and read back through the disk the module hands out, and the container
 // readable by another tool afterwards.
@@ -77,6 +71,7 @@ TEST_F(HardDiskTest, AddWriteReadAndListThroughTheContract) {
   // A name without ".vhdx" is sized by the older format's rules, whole
   // cylinders of 255 heads and 63 sectors on SCSI, and made as VHDX.
   EXPECT_EQ(ex->GetLastSector(), 8u * 16065 - 1);
+  EXPECT_EQ(ex->GetSectorSize(), 512u);
   std::string data(1024, 'x'), back(1024, '\0');
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7);
   ASSERT_TRUE(ex->Access(Fdisk::kAccessWrite, 4097, 2, data.data()).IsEmpty());
@@ -196,31 +191,22 @@ TEST_F(HardDiskTest, AttachRemoveAndMove) {
 
   // A relative name that climbs out of the machine's folder is not taken:
   // the absolute path stands, and the file outside is neither listed nor
-  // deleted with the disk.
-  vm = Create(u"Climb");
+  // deleted with the disk. A name after "./" is in the machine's folder.
   WriteBytes(dir.Join("victim.vhdx"), "vhdxfile, but not the machine's");
-  std::string climbing = ReadBytes(VmcPath("Climb"));
-  climbing.replace(climbing.find("<pci_bus/>"), 10,
-                   "<pci_bus><ide_adapter><ide_controller id=\"0\"><location id=\"0\"><pathname>"
-                   "<absolute type=\"string\">" + dir.Join("Climb/gone.vhdx") + "</absolute>"
-                   "<relative type=\"string\">../victim.vhdx</relative></pathname></location>"
-                   "</ide_controller></ide_adapter></pci_bus>");
-  vm = nullptr;
-  WriteBytes(VmcPath("Climb"), climbing);
-  vm = Open(VmcPath("Climb"));
-  EXPECT_EQ(List(vm), (std::vector<Slot>{{0, 0, 0, dir.Wide("Climb/gone.vhdx")}}));
+  const auto slot = [](const std::string& id, const std::string& absolute, const std::string& relative) {
+    return "<location id=\"" + id + "\"><pathname><absolute type=\"string\">" + absolute +
+           "</absolute><relative type=\"string\">" + relative + "</relative></pathname></location>";
+  };
+  vm = WithBus("Climb", slot("0", dir.Join("Climb/gone.vhdx"), "../victim.vhdx") +
+                            slot("1", "/elsewhere/near.vhdx", "./near.vhdx"));
+  WriteBytes(dir.Join("Climb/near.vhdx"), "");  // a relative name counts only for a file that is there
+  EXPECT_EQ(List(vm), (std::vector<Slot>{{0, 0, 0, dir.Wide("Climb/gone.vhdx")},
+                                        {0, 0, 1, dir.Wide("Climb/near.vhdx")}}));
   EXPECT_FALSE(vm->RemoveHardDisk(0, 0, 0, true).IsEmpty()) << "the absolute file is not there";
   EXPECT_TRUE(Exists(dir.Join("victim.vhdx")));
 
   // A slot that names no file at all makes every listing fail.
-  vm = Create(u"Bad");
-  std::string text = ReadBytes(VmcPath("Bad"));
-  text.replace(text.find("<pci_bus/>"), 10,
-               "<pci_bus><ide_adapter><ide_controller id=\"0\"><location id=\"0\"/></ide_controller>"
-               "</ide_adapter></pci_bus>");
-  vm = nullptr;
-  WriteBytes(VmcPath("Bad"), text);
-  vm = Open(VmcPath("Bad"));
+  vm = WithBus("Bad", "<location id=\"0\"/>");
   AutoRef<SafeHardDiskCollection> disks;
   EXPECT_EQ(vm->GetHardDisks(disks).GetText(), u"An invalid format of configuration file.");
 }

@@ -6,6 +6,7 @@
 
 namespace {
 
+using ModuleTest::ExpectError;
 using Processor::AutoRef;
 using VirtualWareRaw::wstring;
 using Server = AutoRef<VirtualWareRaw::SafeVirtualServer>;
@@ -29,7 +30,7 @@ TEST(LoadTest, ModuleExportsOnlyItsEntryPoint) {
 TEST(LoadTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
   Common::Error error(Common::NoError);
   Server server = Open(7, &error);
-  ASSERT_TRUE(error.IsEmpty()) << Common::ToUtf8(Common::FullText(error));
+  ASSERT_TRUE(error.IsEmpty()) << ModuleTest::Text(error);
   ASSERT_TRUE(server);
   const std::pair<std::uint32_t, bool> ids[] = {
       {VirtualWareRaw::SafeVirtualServer::InterfaceId, true}, {VirtualWareRaw::ObjectManager::InterfaceId, true},
@@ -73,9 +74,7 @@ TEST(LoadTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
     const Common::Error single = properties->GetProperty(names[i], value);
     const Common::Error list = properties->GetProperty(names[i], values);
     EXPECT_NE(single.IsEmpty(), list.IsEmpty());  // exactly one form exists
-    const Common::Error& refused = single.IsEmpty() ? list : single;
-    EXPECT_EQ(refused.Code(), 0x53002Cu);
-    EXPECT_EQ(refused.GetText(), u"Property '" + names[i] + u"' is not supported.");
+    ExpectError(single.IsEmpty() ? list : single, 0x53002C, u"Property '" + names[i] + u"' is not supported.");
     if (list.IsEmpty()) value = u"[" + values.at(0) + u"," + values.at(1) + u"]";
     if (expected[i].second) {
       EXPECT_EQ(value, expected[i].second);
@@ -96,9 +95,7 @@ TEST(LoadTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
   EXPECT_TRUE(collection->GetCount(count).IsEmpty());
   EXPECT_EQ(count, 0u);
   AutoRef<VirtualWareRaw::SafeVM> vm;
-  const Common::Error e = collection->GetItem(0, vm);
-  EXPECT_EQ(e.Code(), 0x530023u);
-  EXPECT_EQ(e.GetText(), u"Cannot obtain virtual machines by the given index.");
+  ExpectError(collection->GetItem(0, vm), 0x530023, u"Cannot obtain virtual machines by the given index.");
   server->GetRegisteredVMs(another);
   EXPECT_NE(another.Get(), collection.Get());  // always a new one
 }
@@ -106,8 +103,7 @@ TEST(LoadTest, TypeSevenOpensTheServerWithEveryInterfaceAndProperty) {
 TEST(LoadTest, WrongTypeIsRefusedAndReopeningReplacesTheHeldServer) {
   Common::Error error;
   EXPECT_FALSE(Open(6, &error));
-  EXPECT_EQ(error.Code(), 0x530069u);
-  EXPECT_EQ(error.GetText(), u"Failed to open the virtualization server.");
+  ExpectError(error, 0x530069, u"Failed to open the virtualization server.");
 
   Server server = Open(7);
   Server watcher = server;
@@ -123,7 +119,7 @@ TEST(LoadTest, ErrorsCrossTheBoundaryReturnedAndThrown) {
   AutoRef<VirtualWareRaw::SafeVM> vm;
   Common::Error create = server->CreateVM(u"", u"box", 0, vm);
   EXPECT_EQ(create.Code(), 0x530013u);
-  const std::string text = Common::ToUtf8(Common::FullText(create));
+  const std::string text = ModuleTest::Text(create);
   EXPECT_NE(text.find("Failed to create virtual machine 'box'."), std::string::npos) << text;
   EXPECT_NE(text.find("An internal error."), std::string::npos) << text;
   EXPECT_STREQ(create.GetNarrowString("$module"), "vellumrig_vsa64_35791");

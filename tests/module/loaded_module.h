@@ -14,6 +14,14 @@
 
 namespace ModuleTest {
 
+using HostTest::Exists;
+using HostTest::ReadBytes;
+using HostTest::WriteBytes;
+using Processor::AutoRef;
+using VirtualWareRaw::SafeHardDisk;
+using VirtualWareRaw::SafeRawHardDisk;
+using VirtualWareRaw::SafeVM;
+
 // Opens the module once per process, with English texts.
 inline SafeOpenVirtualServerFn* OpenFunction() {
   static SafeOpenVirtualServerFn* open = [] {
@@ -26,6 +34,8 @@ inline SafeOpenVirtualServerFn* OpenFunction() {
   return open;
 }
 
+inline std::string Text(const Common::Error& e) { return Common::ToUtf8(Common::FullText(e)); }
+
 class ServerOnRoot : public ::testing::Test {
  protected:
   ServerOnRoot() {
@@ -37,16 +47,16 @@ class ServerOnRoot : public ::testing::Test {
   std::u16string Storage() const { return dir.Wide(); }
   std::string VmcPath(const std::string& name) const { return dir.Join(name + "/" + name + ".vmc"); }
 
-  Processor::AutoRef<VirtualWareRaw::SafeVM> Create(const std::u16string& name) {
-    Processor::AutoRef<VirtualWareRaw::SafeVM> vm;
+  AutoRef<SafeVM> Create(const std::u16string& name) {
+    AutoRef<SafeVM> vm;
     const Common::Error error = server->CreateVM(Storage(), name, 0, vm);
-    EXPECT_TRUE(error.IsEmpty()) << Common::ToUtf8(Common::FullText(error));
+    EXPECT_TRUE(error.IsEmpty()) << Text(error);
     return vm;
   }
-  Processor::AutoRef<VirtualWareRaw::SafeVM> Open(const std::string& vmc) {
-    Processor::AutoRef<VirtualWareRaw::SafeVM> vm;
+  AutoRef<SafeVM> Open(const std::string& vmc) {
+    AutoRef<SafeVM> vm;
     const Common::Error error = server->GetRegisteredVM(Common::FromUtf8(vmc), vm);
-    EXPECT_TRUE(error.IsEmpty()) << Common::ToUtf8(Common::FullText(error));
+    EXPECT_TRUE(error.IsEmpty()) << Text(error);
     return vm;
   }
 
@@ -55,23 +65,41 @@ class ServerOnRoot : public ::testing::Test {
   Processor::AutoRef<VirtualWareRaw::SafeVirtualServer> server;
 };
 
-inline std::string Text(const Common::Error& e) { return Common::ToUtf8(Common::FullText(e)); }
-
-inline Processor::AutoRef<VirtualWareRaw::PropertySet> Properties(
-    const Processor::AutoRef<VirtualWareRaw::SafeVM>& vm) {
+inline AutoRef<VirtualWareRaw::PropertySet> Properties(const AutoRef<SafeVM>& vm) {
   return Processor::QueryInterface<VirtualWareRaw::PropertySet>(vm);
 }
 
-inline Processor::AutoRef<VirtualWareRaw::SafeVMAccess> Access(
-    const Processor::AutoRef<VirtualWareRaw::SafeVM>& vm) {
+inline AutoRef<VirtualWareRaw::SafeVMAccess> Access(const AutoRef<SafeVM>& vm) {
   return Processor::QueryInterface<VirtualWareRaw::SafeVMAccess>(vm);
 }
 
-inline std::u16string Get(const Processor::AutoRef<VirtualWareRaw::SafeVM>& vm, const char16_t* name) {
+inline std::u16string Get(const AutoRef<SafeVM>& vm, const char16_t* name) {
   std::u16string value;
   const Common::Error error = Properties(vm)->GetProperty(name, value);
-  EXPECT_TRUE(error.IsEmpty()) << Common::ToUtf8(Common::FullText(error));
+  EXPECT_TRUE(error.IsEmpty()) << Text(error);
   return value;
+}
+
+// A refusal's code and text, and its cause's code unless that is 0.
+inline void ExpectError(const Common::Error& e, std::uint32_t code, const std::u16string& text,
+                        std::uint32_t reason = 0) {
+  EXPECT_EQ(e.Code(), code) << Text(e);
+  EXPECT_EQ(e.GetText(), text);
+  if (reason != 0) {
+    EXPECT_EQ(e.Reason().Code(), reason) << Text(e);
+  }
+}
+
+// The sectors of a disk object, which keeps its one raw disk alive.
+inline VirtualMachineDiskEx* DiskOf(const AutoRef<SafeHardDisk>& disk) {
+  AutoRef<SafeRawHardDisk> raw, again;
+  EXPECT_TRUE(disk->GetRawDisk(raw).IsEmpty());
+  EXPECT_TRUE(disk->GetRawDisk(again).IsEmpty());
+  EXPECT_EQ(raw.Get(), again.Get()) << "one raw disk per disk object";
+  VirtualMachineDiskEx* ex = nullptr;
+  const Common::Error error = raw->GetDisk(ex);
+  EXPECT_TRUE(error.IsEmpty()) << Text(error);
+  return ex;
 }
 
 }  // namespace ModuleTest
