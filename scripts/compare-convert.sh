@@ -110,14 +110,6 @@ for image in full mixed sparse; do
 done
 rm -f out.raw out.vhdx
 
-# What the disk allows: writing a full image's gigabyte from memory, straight
-# to the device, against qemu-img's full export. Its ratio is the lowest any
-# export that writes those bytes can reach on this machine.
-pair "floor: dd 1 GiB oflag=direct / qemu-img export full" \
-  "rm -f out.raw; dd if=/dev/zero of=out.raw bs=8M count=128 oflag=direct && sync --data out.raw" \
-  "rm -f out.raw; qemu-img convert -f vhdx -O raw full.vhdx out.raw && sync --data out.raw"
-rm -f out.raw
-
 # NBD: the same dynamic container served both ways, read in order in 1 MiB
 # requests, one at a time, to nowhere.
 nbdkit --unix "$work/ours.sock" --pidfile "$work/ours.pid" "$plugin" file="$work/full.vhdx" readonly=true

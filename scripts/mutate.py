@@ -113,8 +113,8 @@ def sources(arguments):
     return sorted(set(files))
 
 
-def build(folder, target):
-    return subprocess.run(["cmake", "--build", folder, "--target", target],
+def build(folder, target, jobs):
+    return subprocess.run(["cmake", "--build", folder, "--target", target] + (["-j", str(jobs)] if jobs else []),
                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
 
 
@@ -134,6 +134,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--build", help="build folder (default build/mutate or build/mutate-fuzz)")
     parser.add_argument("--fuzz", action="store_true", help="the suite is a fuzz harness")
+    parser.add_argument("--jobs", type=int, help="build jobs at once (default: the build tool's)")
     parser.add_argument("--list", action="store_true", help="print the chosen faults only")
     parser.add_argument("paths", nargs="+")
     options = parser.parse_args()
@@ -165,7 +166,7 @@ def main():
         os.makedirs(scratch, exist_ok=True)
         seeds = os.path.join(ROOT, "fuzz", "corpus", options.suite.removesuffix("_fuzz"))
         command = f"{command} -runs=0 -timeout=10 -rss_limit_mb=2048 {scratch} {seeds}"
-    if not build(folder, options.suite):
+    if not build(folder, options.suite, options.jobs):
         sys.exit(f"{options.suite} does not build unchanged")
     start = time.monotonic()
     if not run(command, None):
@@ -182,7 +183,7 @@ def main():
         try:
             with open(path, "w", encoding="utf-8") as f:
                 f.write("\n".join(lines))
-            if not build(folder, options.suite):
+            if not build(folder, options.suite, options.jobs):
                 print(f"does not build  {describe(site)}", flush=True)
                 continue
             built += 1
@@ -194,7 +195,7 @@ def main():
         finally:
             with open(path, "w", encoding="utf-8") as f:
                 f.write(original)
-    build(folder, options.suite)
+    build(folder, options.suite, options.jobs)
     print(f"{options.suite}: killed {killed} of {built} faults that build "
           f"({len(chosen)} chosen, seed {options.seed}, from {len(candidates)} places)")
     return 0

@@ -316,19 +316,27 @@ TEST_F(VhdxInteropTest, FixedAndDifferencingContainersFromVrig) {
   EXPECT_NE(orphan.output.find("type: differencing"), std::string::npos) << orphan.output;
   EXPECT_NE(orphan.output.find("parent missing: "), std::string::npos) << orphan.output;
   EXPECT_NE(InfoField(child, "parent_missing"), "null");
+
+  // rm --chain takes the parents with the child, and nothing else.
+  ASSERT_EQ(::rename(dir.Join("moved.vhdx").c_str(), base.c_str()), 0);
+  EXPECT_EQ(Vrig("rm --chain " + child).status, 0);
+  EXPECT_FALSE(HostTest::Exists(child));
+  EXPECT_FALSE(HostTest::Exists(base));
+  EXPECT_TRUE(HostTest::Exists(fixed));
 }
 
 TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
-  // Data at places no hole or zero run is aligned to, and a partial last
-  // sector, which the container pads with zeros.
+  // Data at places no hole or zero run is aligned to, a run of data longer
+  // than one transfer, and a partial last sector, which the container pads
+  // with zeros.
   const std::string raw = dir.Join("disk.raw");
-  const std::uint64_t size = 9 * kMiB + 1000;
+  const std::uint64_t size = 26 * kMiB + 1000;
   WriteBytes(raw, std::string());
   ASSERT_EQ(::truncate(raw.c_str(), static_cast<off_t>(size)), 0);
   std::mt19937_64 random(7);
   std::string expected(size, '\0');
   for (const auto& [offset, length] : std::vector<std::pair<std::uint64_t, std::uint64_t>>{
-           {0, 512}, {4096 * 37, 20000}, {4 * kMiB - 100, 300}, {5 * kMiB + 65536, 3 * kMiB}, {size - 700, 700}}) {
+           {0, 512}, {4096 * 37, 20000}, {4 * kMiB - 100, 300}, {5 * kMiB + 65536, 18 * kMiB}, {size - 700, 700}}) {
     const std::string data = RandomBytes(random, length);
     WriteAt(raw, offset, data);
     expected.replace(offset, length, data);
