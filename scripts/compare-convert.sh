@@ -51,11 +51,12 @@ dd if=/dev/urandom of=sparse.raw bs=512 seek=123456 count=1 conv=notrunc status=
 for image in full mixed sparse; do "$vrig" vhdx import $image.raw $image.vhdx 2>/dev/null; done
 sync
 
-# Wall seconds of one command; what an earlier step left dirty is written
-# out first, so that no step pays for another's writes. The page cache
-# stays warm for both sides alike.
+# Wall seconds of one command; the output of the step before is removed,
+# and what it left dirty written out, first, so that no step pays for
+# another's output. The page cache stays warm for both sides alike.
 seconds() {
   local start end
+  rm -f out.raw out.vhdx
   sync
   start=$(date +%s.%N)
   "$@" >/dev/null 2>&1
@@ -65,7 +66,7 @@ seconds() {
 median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 
 # pair <label> <command A> <command B>: A is vrig's side. Each command is
-# one string run by bash, which removes its output first.
+# one string run by bash.
 rows=()
 pair() {
   local label=$1 a=$2 b=$3 ta=() tb=()
@@ -92,21 +93,21 @@ for image in full mixed sparse; do
   qemu-img check -q -f vhdx $image.vhdx || status=1
 
   pair "import $image: vrig / qemu-img convert" \
-    "rm -f out.vhdx; $vrig vhdx import $image.raw out.vhdx" \
-    "rm -f out.vhdx; qemu-img convert -f raw -O vhdx $image.raw out.vhdx && sync --data out.vhdx"
+    "$vrig vhdx import $image.raw out.vhdx" \
+    "qemu-img convert -f raw -O vhdx $image.raw out.vhdx && sync --data out.vhdx"
 
   pair "export $image: vrig / qemu-img convert" \
-    "rm -f out.raw; $vrig vhdx export $image.vhdx out.raw" \
-    "rm -f out.raw; qemu-img convert -f vhdx -O raw $image.vhdx out.raw && sync --data out.raw"
+    "$vrig vhdx export $image.vhdx out.raw" \
+    "qemu-img convert -f vhdx -O raw $image.vhdx out.raw && sync --data out.raw"
   # cp of a sparse 20 GiB image writes 20 GiB of zeros: the sparse export
   # has an absolute goal instead (its median against qemu-img above).
   [ $image = sparse ] && continue
   pair "export $image: vrig / cp --sparse=never + sync" \
-    "rm -f out.raw; $vrig vhdx export $image.vhdx out.raw" \
-    "rm -f out.raw; cp --sparse=never $image.raw out.raw && sync --data out.raw"
+    "$vrig vhdx export $image.vhdx out.raw" \
+    "cp --sparse=never $image.raw out.raw && sync --data out.raw"
   pair "import $image: vrig / cp --sparse=never + sync" \
-    "rm -f out.vhdx; $vrig vhdx import $image.raw out.vhdx" \
-    "rm -f out.vhdx; cp --sparse=never $image.vhdx out.vhdx && sync --data out.vhdx"
+    "$vrig vhdx import $image.raw out.vhdx" \
+    "cp --sparse=never $image.vhdx out.vhdx && sync --data out.vhdx"
 done
 rm -f out.raw out.vhdx
 
