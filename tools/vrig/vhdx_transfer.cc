@@ -339,8 +339,9 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
   if (virtualSize > kMaxVirtualSize) throw std::runtime_error("an image of more than 64T does not fit a container");
 
   // The next stretch of the image into a buffer; runs on the second thread,
-  // one call at a time, each call on a copy of `read`: its state is shared.
+  // one call at a time.
   std::uint64_t next = 0;
+  DataStretches stretches(stream ? -1 : file->Get(), size);
   std::function<Piece(std::uint8_t*)> read;
   if (stream) {
     read = [&](std::uint8_t* buffer) -> Piece {
@@ -357,9 +358,9 @@ int Import(const std::string& raw, const std::string& vhdx, std::uint32_t sector
       return piece;
     };
   } else {
-    read = [&, stretches = std::make_shared<DataStretches>(file->Get(), size)](std::uint8_t* buffer) -> Piece {
+    read = [&](std::uint8_t* buffer) -> Piece {
       if (next >= size) return {};
-      const std::size_t n = stretches->Next(next);
+      const std::size_t n = stretches.Next(next);
       if (n == 0) return {};
       ReadFully(file->Get(), buffer, n, next, raw);
       const Piece piece{next, n};
