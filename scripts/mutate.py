@@ -24,6 +24,7 @@ over its seed corpus; a crash or a sanitizer report kills. The file is
 always put back, also on Ctrl-C.
 """
 import argparse
+import json
 import os
 import random
 import re
@@ -136,6 +137,8 @@ def main():
     parser.add_argument("--fuzz", action="store_true", help="the suite is a fuzz harness")
     parser.add_argument("--jobs", type=int, help="build jobs at once (default: the build tool's)")
     parser.add_argument("--list", action="store_true", help="print the chosen faults only")
+    parser.add_argument("--matrix", help="a GoogleTest suite: write to this JSON file which tests fail for each "
+                                         "fault, and print the tests that kill no fault alone")
     parser.add_argument("paths", nargs="+")
     options = parser.parse_args()
 
@@ -166,11 +169,16 @@ def main():
         os.makedirs(scratch, exist_ok=True)
         seeds = os.path.join(ROOT, "fuzz", "corpus", options.suite.removesuffix("_fuzz"))
         command = f"{command} -runs=0 -timeout=10 -rss_limit_mb=2048 {scratch} {seeds}"
+    report = os.path.join(folder, "mutate-report.json")
+    if options.matrix:
+        command += f" --gtest_output=json:{report}"
     if not build(folder, options.suite, options.jobs):
         sys.exit(f"{options.suite} does not build unchanged")
     start = time.monotonic()
     if not run(command, None):
         sys.exit(f"{options.suite} fails unchanged")
+    tests = failing(report, everything=True) if options.matrix else []
+    matrix = []
     timeout = 5 * (time.monotonic() - start) + 10
 
     killed, built, survivors = 0, 0, []
@@ -187,8 +195,12 @@ def main():
                 print(f"does not build  {describe(site)}", flush=True)
                 continue
             built += 1
+            if options.matrix and os.path.exists(report):
+                os.remove(report)
             caught = not run(command, timeout)
             killed += caught
+            if options.matrix and caught:
+                matrix.append({"fault": describe(site), "failing": failing(report)})
             print(f"{'killed  ' if caught else 'SURVIVED'}        {describe(site)}", flush=True)
             if not caught:
                 survivors.append(site)
@@ -198,7 +210,39 @@ def main():
     build(folder, options.suite, options.jobs)
     print(f"{options.suite}: killed {killed} of {built} faults that build "
           f"({len(chosen)} chosen, seed {options.seed}, from {len(candidates)} places)")
+    if options.matrix:
+        with open(options.matrix, "w", encoding="utf-8") as f:
+            json.dump({"tests": tests, "killed": matrix}, f, indent=1)
+        summarize(tests, matrix)
     return 0
+
+
+def failing(report, everything=False):
+    """The tests of a GoogleTest JSON report that failed (all of them with
+    `everything`); None when the run left no report: it crashed or hung."""
+    try:
+        with open(report, encoding="utf-8") as f:
+            suites = json.load(f)["testsuites"]
+    except (OSError, ValueError, KeyError):
+        return None
+    return [f"{s['name']}.{t['name']}" for s in suites for t in s["testsuite"] if everything or "failures" in t]
+
+
+def summarize(tests, matrix):
+    """Per test, the faults it kills and those no other test kills; a fault
+    whose run crashed or hung is nobody's alone."""
+    kills = {t: 0 for t in tests}
+    alone = {t: 0 for t in tests}
+    for entry in matrix:
+        names = entry["failing"] or []
+        for name in names:
+            kills[name] = kills.get(name, 0) + 1
+        if len(names) == 1:
+            alone[names[0]] = alone.get(names[0], 0) + 1
+    unattributed = sum(1 for e in matrix if not e["failing"])
+    print(f"\n{unattributed} killed by a crash or hang")
+    for name in sorted(kills, key=lambda n: (alone.get(n, 0), kills[n])):
+        print(f"{kills[name]:4} killed {alone.get(name, 0):4} alone  {name}")
 
 
 if __name__ == "__main__":
