@@ -40,19 +40,17 @@
 #include "overlay_file.h"
 #include "vhd/bitmap.h"
 #include "vhdx/bat/bat_entry.h"
+#include "vhdx/differencing_child.h"
 #include "vhdx/disk/create.h"
 #include "vhdx/disk/disk_file.h"
 #include "vhdx/disk/disk_file_open.h"
-#include "vhdx/file/file_region_impl.h"
-#include "vhdx/file/throwing_expandable_file_region.h"
 #include "vhdx/file/writeable_file.h"
-#include "vhdx/format/crc32c.h"
 #include "vhdx/format/format.h"
 #include "vhdx/format/header_reader.h"
 #include "vhdx/format/header_writer.h"
 #include "vhdx/format/little_endian.h"
+#include "vhdx/log_entry_builder.h"
 #include "vhdx/format/region_table_reader.h"
-#include "vhdx/metadata/metadata_modifier.h"
 #include "vhdx/metadata/well_known_items.h"
 
 namespace {
@@ -80,33 +78,6 @@ class TakingConsumer : public Vhdx::SelectiveMetadataConsumer {
 std::string Bytes(Common::MemoryFile& memory) {
   const std::uint64_t size = memory.Size();
   return size == 0 ? std::string() : std::string(memory.GetData(), size);
-}
-
-// A log entry at the start of the log that writes the 4096 bytes at
-// `target` as they are.
-void PutLogEntry(std::string& bytes, const Vhdx::HeaderInfo& header, std::uint64_t target) {
-  std::string entry(2 * Log::kSectorSize, '\0');
-  auto* e = reinterpret_cast<std::uint8_t*>(entry.data());
-  Vhdx::StoreLe32(e + Log::Entry::kSignature, Log::kEntrySignature);
-  Vhdx::StoreLe32(e + Log::Entry::kEntryLength, static_cast<std::uint32_t>(entry.size()));
-  Vhdx::StoreLe64(e + Log::Entry::kSequenceNumber, 7);
-  Vhdx::StoreLe32(e + Log::Entry::kDescriptorCount, 1);
-  std::memcpy(e + Log::Entry::kLogGuid, &header.LogGuid, 16);
-  Vhdx::StoreLe64(e + Log::Entry::kFlushedFileOffset, bytes.size());
-  Vhdx::StoreLe64(e + Log::Entry::kLastFileOffset, bytes.size());
-  std::uint8_t* d = e + Log::Entry::kFirstDescriptor;
-  Vhdx::StoreLe32(d + Log::Descriptor::kSignature, Log::kDataDescriptorSignature);
-  Vhdx::StoreLe64(d + Log::Descriptor::kFileOffset, target);
-  Vhdx::StoreLe64(d + Log::Descriptor::kSequenceNumber, 7);
-  std::uint8_t* data = e + Log::kSectorSize;
-  std::memcpy(data, bytes.data() + target, Log::kSectorSize);
-  std::memcpy(d + Log::Descriptor::kLeadingBytes, data, 8);
-  std::memcpy(d + Log::Descriptor::kTrailingBytes, data + 4092, 4);
-  Vhdx::StoreLe32(data + Log::DataSector::kSignature, Log::kDataSectorSignature);
-  Vhdx::StoreLe32(data + Log::DataSector::kSequenceHigh, 0);
-  Vhdx::StoreLe32(data + Log::DataSector::kSequenceLow, 7);
-  Vhdx::StoreLe32(e + Log::Entry::kChecksum, Vhdx::Crc32c(e, entry.size()));
-  bytes.replace(header.LogOffset, entry.size(), entry);
 }
 
 struct Recipe {
@@ -188,12 +159,11 @@ Fuzz::Base MakeBase(const Recipe& recipe) {
     Vhdx::WriteableFile file(*memory);
     Vhdx::WriteDynamicContainer(file, {recipe.VirtualSize, recipe.SectorSize});
     // Blocks of 1 MiB keep each run small: every write allocates a block.
-    const auto region = Vhdx::GetRegionEntryById(Vhdx::RegionTableReader::Read(file), Format::kMetadataRegionGuid);
-    Vhdx::MetadataModifierImpl modifier(std::make_unique<Vhdx::ThrowingExpandableFileRegion>(
-        std::make_unique<Vhdx::WritableFileRegionImpl>(file, Vhdx::Area{region.FileOffset, region.Length})));
-    std::uint8_t parameters[8];
-    Vhdx::FileParameters{kBlockSize, recipe.Differencing ? Vhdx::FileParameters::kHasParent : 0u}.Store(parameters);
-    modifier.Set(Vhdx::WellKnownItems::kFileParameters, parameters, sizeof parameters);
+    VhdxTest::ModifyMetadata(file, [&](Vhdx::MetadataModifier& modifier) {
+      std::uint8_t parameters[8];
+      Vhdx::FileParameters{kBlockSize, recipe.Differencing ? Vhdx::FileParameters::kHasParent : 0u}.Store(parameters);
+      modifier.Set(Vhdx::WellKnownItems::kFileParameters, parameters, sizeof parameters);
+    });
   }
   const std::uint64_t perBlock = kBlockSize / recipe.SectorSize;
   {
@@ -230,7 +200,10 @@ Fuzz::Base MakeBase(const Recipe& recipe) {
   if (recipe.LiveLog) {
     // The log holds the BAT's first sector, whose first entry the file has
     // lost: only a replay finds block 0.
-    PutLogEntry(bytes, header, bat.FileOffset);
+    const std::string entry =
+        VhdxTest::LogEntry{7, 0, {{bat.FileOffset, bytes.substr(bat.FileOffset, Log::kSectorSize)}},
+                           header.LogGuid, bytes.size(), bytes.size()}.Bytes();
+    bytes.replace(header.LogOffset, entry.size(), entry);
     Vhdx::StoreLe64(entries, 0);
   }
   // A base that does not open, or whose log is not played, would waste
