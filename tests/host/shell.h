@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 namespace HostTest {
@@ -28,11 +27,5 @@ inline Outcome Shell(const std::string& command) {
 }
 
 inline bool Have(const std::string& program) { return Shell("command -v " + program + " >/dev/null").status == 0; }
-
-// The number after "name": in a JSON text; UINT64_MAX if absent.
-inline std::uint64_t JsonNumber(const std::string& json, const std::string& name) {
-  const std::size_t at = json.find("\"" + name + "\":");
-  return at == std::string::npos ? UINT64_MAX : std::strtoull(json.c_str() + at + name.size() + 3, nullptr, 10);
-}
 
 }  // namespace HostTest

@@ -77,12 +77,13 @@ class VhdxInteropTest : public ::testing::Test {
     ASSERT_EQ(run.status, 0) << command << "\n" << run.output;
   }
 
-  // Writes `pattern` through qemu-io and into the expected image alike.
+  // Writes `pattern` (zeros by -z when negative) through qemu-io and into
+  // the expected image alike.
   void QemuWrite(const std::string& path, const char* format, std::string& expected, std::uint64_t offset,
                  std::uint64_t length, int pattern) {
-    Run("qemu-io -f " + std::string(format) + " -c 'write -q -P " + std::to_string(pattern) + " " +
-        std::to_string(offset) + " " + std::to_string(length) + "' " + path);
-    std::fill_n(expected.begin() + static_cast<std::ptrdiff_t>(offset), length, static_cast<char>(pattern));
+    Run("qemu-io -f " + std::string(format) + " -c 'write -q " + (pattern < 0 ? "-z" : "-P " + std::to_string(pattern)) +
+        " " + std::to_string(offset) + " " + std::to_string(length) + "' " + path);
+    std::fill_n(expected.begin() + static_cast<std::ptrdiff_t>(offset), length, static_cast<char>(std::max(pattern, 0)));
   }
 
   // vrig's export and qemu's conversion of `path` both equal `expected`.
@@ -116,14 +117,15 @@ TEST_F(VhdxInteropTest, FilesQemuMadeExportAsQemuReadsThem) {
       {"fixed", "-o subformat=fixed", 9 * kMiB + 1024, 8 * kMiB, "fixed", false},
       {"converted1m", "-o block_size=1M", 11 * kMiB + 512, kMiB, "dynamic", true},
       {"convertedfixed", "-o subformat=fixed", 10 * kMiB + 2048, 8 * kMiB, "fixed", true},
+      {"empty", "", 0, 8 * kMiB, "dynamic", false},
   };
   for (const Shape& shape : shapes) {
     SCOPED_TRACE(shape.name);
     const std::string vhdx = dir.Join(std::string(shape.name) + ".vhdx");
     const std::string image = dir.Join(std::string(shape.name) + ".raw");
     std::string expected(shape.size, '\0');
-    // Data at the start, across the first block boundary, inside a later
-    // block, and in the last sector.
+    // Data at the start with zeros written into it, across the first block
+    // boundary, inside a later block, and in the last sector.
     const std::string target = shape.converted ? image : vhdx;
     const char* format = shape.converted ? "raw" : "vhdx";
     if (shape.converted) {
@@ -132,10 +134,13 @@ TEST_F(VhdxInteropTest, FilesQemuMadeExportAsQemuReadsThem) {
     } else {
       Run("qemu-img create -q -f vhdx " + std::string(shape.options) + " " + vhdx + " " + std::to_string(shape.size));
     }
-    QemuWrite(target, format, expected, 0, 4096, 0x11);
-    QemuWrite(target, format, expected, std::min(shape.blockSize, shape.size / 2) - 1536, 5120, 0x22);
-    QemuWrite(target, format, expected, shape.size / 3 / 512 * 512 + 3584, 7 * 512, 0x33);
-    QemuWrite(target, format, expected, shape.size - 512, 512, 0x44);
+    if (shape.size) {
+      QemuWrite(target, format, expected, 0, 4096, 0x11);
+      QemuWrite(target, format, expected, 1024, 2048, -1);
+      QemuWrite(target, format, expected, std::min(shape.blockSize, shape.size / 2) - 1536, 5120, 0x22);
+      QemuWrite(target, format, expected, shape.size / 3 / 512 * 512 + 3584, 7 * 512, 0x33);
+      QemuWrite(target, format, expected, shape.size - 512, 512, 0x44);
+    }
     if (shape.converted)
       Run("qemu-img convert -f raw -O vhdx " + std::string(shape.options) + " " + image + " " + vhdx);
     WriteBytes(image, expected);
