@@ -29,6 +29,7 @@ import os
 import random
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -141,6 +142,9 @@ def main():
                                          "fault, and print the tests that kill no fault alone")
     parser.add_argument("paths", nargs="+")
     options = parser.parse_args()
+    # A kill must put the file back as Ctrl-C does: SystemExit runs the
+    # finally that restores it.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
 
     candidates = [site for path in sources(options.paths) for site in sites(path)]
     if not candidates:
