@@ -49,8 +49,8 @@
 #include "vhdx/format/header_reader.h"
 #include "vhdx/format/header_writer.h"
 #include "vhdx/format/little_endian.h"
-#include "vhdx/log_entry_builder.h"
 #include "vhdx/format/region_table_reader.h"
+#include "vhdx/log_entry_builder.h"
 #include "vhdx/metadata/well_known_items.h"
 
 namespace {

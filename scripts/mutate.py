@@ -142,6 +142,8 @@ def main():
                                          "fault, and print the tests that kill no fault alone")
     parser.add_argument("paths", nargs="+")
     options = parser.parse_args()
+    if options.matrix and options.fuzz:
+        parser.error("--matrix reads GoogleTest reports; a fuzz harness writes none")
     # A kill must put the file back as Ctrl-C does: SystemExit runs the
     # finally that restores it.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
@@ -181,7 +183,7 @@ def main():
     start = time.monotonic()
     if not run(command, None):
         sys.exit(f"{options.suite} fails unchanged")
-    tests = failing(report, everything=True) if options.matrix else []
+    tests = (failing(report, everything=True) or []) if options.matrix else []
     matrix = []
     timeout = 5 * (time.monotonic() - start) + 10
 
