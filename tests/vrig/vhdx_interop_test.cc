@@ -18,8 +18,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host/shell.h"
 #include "host/temp_dir.h"
+#include "vrig_run.h"
 
 namespace {
 
@@ -29,6 +29,7 @@ using HostTest::Shell;
 
 using HostTest::ReadBytes;
 using HostTest::WriteBytes;
+using VrigTest::ExpectRun;
 
 constexpr std::uint64_t kMiB = 1 << 20;
 
@@ -49,6 +50,13 @@ std::string InfoField(const std::string& vhdx, const std::string& field) {
   const Outcome run = Shell("env LANGUAGE=en " VRIG_PATH " vhdx info --json " + vhdx + " | jq -r ." + field);
   EXPECT_EQ(run.status, 0) << run.output;
   return run.output.empty() ? run.output : run.output.substr(0, run.output.size() - 1);
+}
+
+// The data write GUID in the small letters vhdiinfo shows it in.
+std::string LowerGuid(const std::string& vhdx) {
+  std::string guid = InfoField(vhdx, "data_write_guid");
+  std::transform(guid.begin(), guid.end(), guid.begin(), [](unsigned char ch) { return std::tolower(ch); });
+  return guid;
 }
 
 std::string RandomBytes(std::mt19937_64& random, std::size_t size) {
@@ -77,6 +85,11 @@ class VhdxInteropTest : public ::testing::Test {
     ASSERT_EQ(run.status, 0) << command << "\n" << run.output;
   }
 
+  // qemu-img finds nothing wrong with the container.
+  void ExpectQemuCheck(const std::string& vhdx) {
+    ExpectRun(Shell("qemu-img check -f vhdx " + vhdx), 0, "No errors were found");
+  }
+
   // Writes `pattern` (zeros by -z when negative) through qemu-io and into
   // the expected image alike.
   void QemuWrite(const std::string& path, const char* format, std::string& expected, std::uint64_t offset,
@@ -90,8 +103,7 @@ class VhdxInteropTest : public ::testing::Test {
   void ExpectBothRead(const std::string& path, const std::string& expectedFile, bool qemuReadsIt = true) {
     const std::string ours = dir.Join("ours.raw"), theirs = dir.Join("theirs.raw");
     std::remove(ours.c_str());
-    const Outcome exported = Vrig("export " + path + " " + ours);
-    ASSERT_EQ(exported.status, 0) << exported.output;
+    Run(VRIG_PATH " vhdx export " + path + " " + ours);
     EXPECT_TRUE(SameFiles(ours, expectedFile)) << "vrig's export of " << path;
     if (!qemuReadsIt) return;
     Run("qemu-img convert -f vhdx -O raw " + path + " " + theirs);
@@ -208,27 +220,19 @@ TEST_F(VhdxInteropTest, WritesThroughVrigAreWhatQemuAndVrigReadBack) {
           first = sectors - count;
       }
       const std::string data = RandomBytes(random, count * c.sectorSize);
-      const std::string input = dir.Join("input");
-      WriteBytes(input, data);
-      const Outcome wrote = Vrig("write " + vhdx + " " + std::to_string(first) + " < " + input);
-      ASSERT_EQ(wrote.status, 0) << wrote.output;
+      WriteBytes(dir.Join("input"), data);
+      Run(VRIG_PATH " vhdx write " + vhdx + " " + std::to_string(first) + " < " + dir.Join("input"));
       expected.replace(first * c.sectorSize, data.size(), data);
     }
     const std::string expectedFile = dir.Join(std::string(c.name) + ".expected");
     WriteBytes(expectedFile, expected);
-    if (c.qemuMade || c.sectorSize == 512) {
-      const Outcome check = Shell("qemu-img check -f vhdx " + vhdx);
-      EXPECT_EQ(check.status, 0) << check.output;
-      EXPECT_NE(check.output.find("No errors were found"), std::string::npos) << check.output;
-    }
+    if (c.sectorSize == 512) ExpectQemuCheck(vhdx);
     ExpectBothRead(vhdx, expectedFile, c.sectorSize == 512);
 
     // A read that starts and ends inside blocks gives those bytes alone.
     const std::uint64_t first = perBlock - 3, count = perBlock + 6;
-    const std::string out = dir.Join("read.out");
-    ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " " + std::to_string(first) + " " + std::to_string(count) +
-                    " > " + out).status, 0);
-    EXPECT_TRUE(ReadBytes(out) == expected.substr(first * c.sectorSize, count * c.sectorSize));
+    EXPECT_TRUE(Vrig("read " + vhdx + " " + std::to_string(first) + " " + std::to_string(count)).output ==
+                expected.substr(first * c.sectorSize, count * c.sectorSize));
   }
 }
 
@@ -246,14 +250,12 @@ TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.size + " " + std::to_string(c.sectorSize));
     const std::string vhdx = dir.Join(c.size + "-" + std::to_string(c.sectorSize) + ".vhdx");
-    const Outcome made = Vrig("create " + vhdx + " " + c.size + " --sector-size " + std::to_string(c.sectorSize));
-    ASSERT_EQ(made.status, 0) << made.output;
+    Run(VRIG_PATH " vhdx create " + vhdx + " " + c.size + " --sector-size " + std::to_string(c.sectorSize));
     EXPECT_EQ(InfoField(vhdx, "virtual_size"), std::to_string(c.bytes));
     EXPECT_EQ(InfoField(vhdx, "logical_sector_size"), std::to_string(c.sectorSize));
 
     if (c.sectorSize == 512) {
-      const Outcome check = Shell("qemu-img check -f vhdx " + vhdx);
-      EXPECT_EQ(check.status, 0) << check.output;
+      ExpectQemuCheck(vhdx);
       const Outcome qinfo = Shell("qemu-img info -f vhdx --output=json " + vhdx);
       EXPECT_EQ(Field(qinfo.output, "\"virtual-size\": "), std::to_string(c.bytes) + ",") << qinfo.output;
       EXPECT_EQ(Field(qinfo.output, "\"cluster-size\": "), "4194304,") << qinfo.output;
@@ -266,10 +268,7 @@ TEST_F(VhdxInteropTest, FilesVrigMadeSatisfyQemuAndVhdiinfo) {
     EXPECT_NE(Field(theirs.output, "Media size\t\t: ").find(std::string("(").append(std::to_string(c.bytes)).append(" bytes)")),
               std::string::npos) << theirs.output;
     EXPECT_EQ(Field(theirs.output, "Bytes per sector\t: "), std::to_string(c.sectorSize) + " bytes");
-    // Its identifier is the data write GUID.
-    std::string guid = InfoField(vhdx, "data_write_guid");
-    std::transform(guid.begin(), guid.end(), guid.begin(), [](unsigned char ch) { return std::tolower(ch); });
-    EXPECT_EQ(Field(theirs.output, "Identifier\t\t: "), guid);
+    EXPECT_EQ(Field(theirs.output, "Identifier\t\t: "), LowerGuid(vhdx));
   }
 }
 
@@ -290,8 +289,7 @@ TEST_F(VhdxInteropTest, FixedAndDifferencingContainersFromVrig) {
   expected.replace(100 * 512, data.size(), data);
   WriteBytes(dir.Join("data"), data);
   Run(VRIG_PATH " vhdx write " + fixed + " 100 < " + dir.Join("data"));
-  const Outcome check = Shell("qemu-img check -f vhdx " + fixed);
-  EXPECT_EQ(check.status, 0) << check.output;
+  ExpectQemuCheck(fixed);
   Run("qemu-img convert -f vhdx -O raw " + fixed + " " + raw);
   EXPECT_TRUE(ReadBytes(raw) == expected);
 
@@ -310,15 +308,12 @@ TEST_F(VhdxInteropTest, FixedAndDifferencingContainersFromVrig) {
     const Outcome theirs = Shell("vhdiinfo " + child);
     ASSERT_EQ(theirs.status, 0) << theirs.output;
     EXPECT_EQ(Field(theirs.output, "Disk type\t\t: "), "Differential");
-    std::string guid = InfoField(base, "data_write_guid");
-    std::transform(guid.begin(), guid.end(), guid.begin(), [](unsigned char ch) { return std::tolower(ch); });
-    EXPECT_EQ(Field(theirs.output, "Parent identifier\t: "), guid) << theirs.output;
+    EXPECT_EQ(Field(theirs.output, "Parent identifier\t: "), LowerGuid(base)) << theirs.output;
   }
 
   ASSERT_EQ(::rename(base.c_str(), dir.Join("moved.vhdx").c_str()), 0);
   const Outcome orphan = Vrig("info " + child);
-  EXPECT_EQ(orphan.status, 0) << orphan.output;
-  EXPECT_NE(orphan.output.find("type: differencing"), std::string::npos) << orphan.output;
+  ExpectRun(orphan, 0, "type: differencing");
   EXPECT_NE(orphan.output.find("parent missing: "), std::string::npos) << orphan.output;
   EXPECT_NE(InfoField(child, "parent_missing"), "null");
 
@@ -349,19 +344,16 @@ TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
   for (std::uint32_t sectorSize : {512u, 4096u}) {
     SCOPED_TRACE(sectorSize);
     const std::string vhdx = dir.Join("imported" + std::to_string(sectorSize) + ".vhdx");
-    const Outcome imported = Vrig("import " + raw + " " + vhdx + " --sector-size " + std::to_string(sectorSize));
-    ASSERT_EQ(imported.status, 0) << imported.output;
-    EXPECT_NE(imported.output.find("bytes/s)"), std::string::npos) << imported.output;
+    const std::string sectors = " --sector-size " + std::to_string(sectorSize);
+    ExpectRun(Vrig("import " + raw + " " + vhdx + sectors), 0, "bytes/s)");
     const std::string padded = dir.Join("padded.raw");
     WriteBytes(padded, expected + std::string((sectorSize - size % sectorSize) % sectorSize, '\0'));
     ExpectBothRead(vhdx, padded, sectorSize == 512);
     if (sectorSize == 512) {
-      EXPECT_EQ(Shell("qemu-img check -f vhdx " + vhdx).status, 0);
+      ExpectQemuCheck(vhdx);
       // Through pipes both ways: standard input of a given size, standard output.
       const std::string piped = dir.Join("piped.vhdx");
-      const Outcome in = Shell("cat " + raw + " | " VRIG_PATH " vhdx import - " + piped + " --size " +
-                               std::to_string(size));
-      ASSERT_EQ(in.status, 0) << in.output;
+      Run("cat " + raw + " | " VRIG_PATH " vhdx import - " + piped + " --size " + std::to_string(size));
       EXPECT_EQ(Shell(VRIG_PATH " vhdx export " + piped + " - 2>/dev/null | cmp - " + padded).status, 0);
       // Input past the size would be lost: the import fails and leaves nothing.
       const std::string cut = dir.Join("cut.vhdx");
@@ -370,10 +362,8 @@ TEST_F(VhdxInteropTest, RawImagesRoundTripThroughImportAndExport) {
     }
 
     // Neither direction replaces a file that is there.
-    const Outcome again = Vrig("import " + raw + " " + vhdx);
-    EXPECT_EQ(again.status, 1) << again.output;
-    const Outcome over = Vrig("export " + vhdx + " " + raw);
-    EXPECT_EQ(over.status, 1) << over.output;
+    EXPECT_EQ(Vrig("import " + raw + " " + vhdx).status, 1);
+    EXPECT_EQ(Vrig("export " + vhdx + " " + raw).status, 1);
     EXPECT_TRUE(ReadBytes(raw) == expected);
 
     EXPECT_EQ(Vrig("rm " + vhdx).status, 0);
@@ -403,8 +393,7 @@ TEST_F(VhdxInteropTest, ExportOfASizeInsideASectorEndsInZeros) {
   const std::uint64_t size = 17 * kMiB + 300;
   WriteAt(vhdx, metadata + itemOffset, std::string(reinterpret_cast<const char*>(&size), 8));
 
-  const Outcome exported = Vrig("export " + vhdx + " " + raw);
-  ASSERT_EQ(exported.status, 0) << exported.output;
+  Run(VRIG_PATH " vhdx export " + vhdx + " " + raw);
   const std::string image = ReadBytes(raw);
   ASSERT_EQ(image.size(), size);
   EXPECT_EQ(image.substr(kMiB, 4096), std::string(4096, 'v'));
@@ -427,8 +416,7 @@ TEST_F(VhdxInteropTest, StoppedCreationsLeaveNothingUnderTheTargetName) {
     EXPECT_EQ(Shell("qemu-img check -q " + vhdx).status, 0) << "finished before it was stopped";
     std::remove(vhdx.c_str());
   }
-  const Outcome retry = Vrig("import " + raw + " " + vhdx);
-  ASSERT_EQ(retry.status, 0) << retry.output;
+  Run(VRIG_PATH " vhdx import " + raw + " " + vhdx);
   ExpectBothRead(vhdx, raw);
   // The leftover opens as nothing; rm removes it when forced.
   const auto leftovers = [&] {
@@ -444,21 +432,16 @@ TEST_F(VhdxInteropTest, StoppedCreationsLeaveNothingUnderTheTargetName) {
 TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   const std::string missing = dir.Join("missing.vhdx");
   const Outcome gone = Vrig("info " + missing);
-  EXPECT_EQ(gone.status, 1);
+  ExpectRun(gone, 1, "Specified file does not exist.");
   EXPECT_NE(gone.output.find("missing.vhdx"), std::string::npos) << gone.output;
-  EXPECT_NE(gone.output.find("Specified file does not exist."), std::string::npos) << gone.output;
   EXPECT_EQ(Vrig("rm " + missing).status, 1);
 
   const std::string text = dir.Join("notes.vhdx");
   WriteBytes(text, std::string(2 * kMiB, 'x'));
-  const Outcome foreign = Vrig("export " + text + " " + dir.Join("out.raw"));
-  EXPECT_EQ(foreign.status, 1);
-  EXPECT_NE(foreign.output.find("Unknown format of the virtual disk."), std::string::npos) << foreign.output;
+  ExpectRun(Vrig("export " + text + " " + dir.Join("out.raw")), 1, "Unknown format of the virtual disk.");
   EXPECT_FALSE(HostTest::Exists(dir.Join("out.raw")));
   // What does not open is deleted only when asked for by force.
-  const Outcome kept = Vrig("rm " + text);
-  EXPECT_EQ(kept.status, 1);
-  EXPECT_NE(kept.output.find("--force deletes"), std::string::npos) << kept.output;
+  ExpectRun(Vrig("rm " + text), 1, "--force deletes");
   EXPECT_EQ(Vrig("rm --force " + text).status, 0);
   EXPECT_FALSE(HostTest::Exists(text));
 
@@ -473,9 +456,7 @@ TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   // empty, never the container opened in its place.
   const std::string fifo = dir.Join("fifo.vhdx");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  const Outcome piped = Shell("timeout 20 " VRIG_PATH " vhdx info " + fifo);
-  EXPECT_EQ(piped.status, 1);
-  EXPECT_NE(piped.output.find("Not a regular file"), std::string::npos) << piped.output;
+  ExpectRun(Shell("timeout 20 " VRIG_PATH " vhdx info " + fifo), 1, "Not a regular file");
   const std::string before = ReadBytes(vhdx);
   EXPECT_EQ(Shell(VRIG_PATH " vhdx write " + vhdx + " 0 <&-").status, 0);
   EXPECT_TRUE(ReadBytes(vhdx) == before);
@@ -483,18 +464,14 @@ TEST_F(VhdxInteropTest, FailuresPrintTheErrorAndChangeNothing) {
   // Whole sectors are written, the partial one at the end is refused.
   const std::string input = dir.Join("input");
   WriteBytes(input, std::string(512, 'a') + std::string(100, 'b'));
-  const Outcome partial = Vrig("write " + vhdx + " 4 < " + input);
-  EXPECT_EQ(partial.status, 1);
-  EXPECT_NE(partial.output.find("100 bytes"), std::string::npos) << partial.output;
+  ExpectRun(Vrig("write " + vhdx + " 4 < " + input), 1, "100 bytes");
   // Past the end nothing is written.
   WriteBytes(input, std::string(1024, 'c'));
   EXPECT_EQ(Vrig("write " + vhdx + " 2047 < " + input).status, 1);
   EXPECT_EQ(Vrig("read " + vhdx + " 2047 2").status, 1);
-  const std::string out = dir.Join("read.out");
-  ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " 3 3 > " + out).status, 0);
-  EXPECT_TRUE(ReadBytes(out) == std::string(512, '\0') + std::string(512, 'a') + std::string(512, '\0'));
-  ASSERT_EQ(Shell(VRIG_PATH " vhdx read " + vhdx + " 2047 1 > " + out).status, 0);
-  EXPECT_TRUE(ReadBytes(out) == std::string(512, '\0'));
+  const std::string zeros(512, '\0');
+  EXPECT_TRUE(Vrig("read " + vhdx + " 3 3").output == zeros + std::string(512, 'a') + zeros);
+  EXPECT_TRUE(Vrig("read " + vhdx + " 2047 1").output == zeros);
   // All its data: the one block, cut to the disk; other IDs need a tracker.
   EXPECT_EQ(Vrig("changes " + vhdx + " '*'").output, "0 2048\ntotal 2048 sectors of 512 bytes\n");
   EXPECT_NE(Vrig("changes " + vhdx + " 1").output.find("The file tracker is not found."), std::string::npos);

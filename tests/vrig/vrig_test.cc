@@ -6,12 +6,13 @@
 
 #include <gtest/gtest.h>
 
-#include "host/shell.h"
 #include "host/temp_dir.h"
+#include "vrig_run.h"
 
 namespace {
 
 using VrigRun = HostTest::Outcome;
+using VrigTest::ExpectRun;
 
 // Runs vrig with English texts unless `environment` says otherwise.
 VrigRun Vrig(const std::string& arguments, const std::string& environment = "LANGUAGE=en",
@@ -32,18 +33,15 @@ TEST(VrigTest, InfoPrintsEveryPropertyInOrderInTheLanguageOfTheEnvironment) {
     ASSERT_NE(at, std::string::npos) << line << "\n" << run.output;
   }
   // The language is read from the environment at the first message, too.
-  const VrigRun german = Vrig("info", "LANGUAGE=de");
-  EXPECT_NE(german.output.find("ResourceName = VHDX-Dateien\n"), std::string::npos) << german.output;
-  const VrigRun unknown = Vrig("info", "LANGUAGE=xx LC_ALL=C");
-  EXPECT_NE(unknown.output.find("ResourceName = VHDX files\n"), std::string::npos) << unknown.output;
+  ExpectRun(Vrig("info", "LANGUAGE=de"), 0, "ResourceName = VHDX-Dateien\n");
+  ExpectRun(Vrig("info", "LANGUAGE=xx LC_ALL=C"), 0, "ResourceName = VHDX files\n");
 }
 
 // The module keeps its own level; --trace governs its lines all the same.
 TEST(VrigTest, TraceLevelGovernsTheModulesLines) {
   const HostTest::TempDir dir;
   const std::string env = "LANGUAGE=en VELLUMRIG_LOGGING=stderr";
-  const VrigRun shown = Vrig("--trace 2 vm find " + dir.Path() + " Web", env);
-  EXPECT_NE(shown.output.find("vellumrig: level 2, facility 83, code 0x0: "), std::string::npos) << shown.output;
+  ExpectRun(Vrig("--trace 2 vm find " + dir.Path() + " Web", env), 1, "vellumrig: level 2, facility 83, code 0x0: ");
   const VrigRun above = Vrig("--trace 3 vm find " + dir.Path() + " Web", env);
   EXPECT_EQ(above.output.find("vellumrig: level 2"), std::string::npos) << above.output;
 
@@ -55,8 +53,7 @@ TEST(VrigTest, TraceLevelGovernsTheModulesLines) {
                             .c_str()),
             0);
   const VrigRun quiet = Vrig("--trace 0 vm find " + dir.Path() + " Web", env + " LD_LIBRARY_PATH=", ".", bin + "/vrig");
-  EXPECT_EQ(quiet.status, 1) << quiet.output;
-  EXPECT_NE(quiet.output.find("no machine 'Web'"), std::string::npos) << quiet.output;
+  ExpectRun(quiet, 1, "no machine 'Web'");
   EXPECT_EQ(quiet.output.find("vellumrig: level"), std::string::npos) << quiet.output;
 }
 
@@ -76,9 +73,7 @@ TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
 
   const std::string renamed = storage + "/App/App.vmc";
   EXPECT_EQ(Vrig("vm rename " + vmc + " App").output, renamed + "\n");
-  const VrigRun gone = Vrig("vm find " + storage + " Web");
-  EXPECT_EQ(gone.status, 1);
-  EXPECT_NE(gone.output.find("no machine 'Web'"), std::string::npos);
+  ExpectRun(Vrig("vm find " + storage + " Web"), 1, "no machine 'Web'");
 
   // A failure prints a line per cause, the outer meaning first; -v the
   // full text of the chain.
@@ -87,11 +82,10 @@ TEST(VrigTest, MachinesAreMadeChangedFoundRenamedAndRemoved) {
   EXPECT_EQ(bad.output, "vrig: Failed to rename virtual machine 'App' to '..'.\n"
                         "  The name '..' cannot be used for a virtual machine.\n");
   const VrigRun full = Vrig("vm set " + renamed + " Name .. -v");
-  EXPECT_EQ(full.status, 1);
+  ExpectRun(full, 1, "Error code: 0x5301DF\n");
   const std::size_t outer = full.output.find("Failed to rename virtual machine 'App' to '..'.");
   EXPECT_NE(outer, std::string::npos) << full.output;
   EXPECT_LT(outer, full.output.find("Error code: 0x530015"));
-  EXPECT_NE(full.output.find("Error code: 0x5301DF\n"), std::string::npos) << full.output;
 
   // Listed, and shown as JSON that a parser of its own reads back.
   ASSERT_EQ(Vrig("vm create " + storage + " Db").status, 0);
@@ -118,9 +112,7 @@ TEST(VrigTest, MachinesAreKeptAndTakeOnlyValuesTheyCanHold) {
   };
   ASSERT_EQ(Vrig("vm create " + dir.Path() + " Web").status, 0);
   EXPECT_EQ(Vrig("vm set " + vmc + " Memory 4G").status, 0);
-  const VrigRun again = Vrig("vm create " + dir.Path() + " Web");
-  EXPECT_EQ(again.status, 1);
-  EXPECT_NE(again.output.find("exists; --force"), std::string::npos) << again.output;
+  ExpectRun(Vrig("vm create " + dir.Path() + " Web"), 1, "exists; --force");
   EXPECT_TRUE(shown("Memory = 4G"));
   EXPECT_EQ(Vrig("vm create " + dir.Path() + " Web --force").status, 0);
   EXPECT_TRUE(shown("Memory = 128M"));
@@ -141,11 +133,8 @@ TEST(VrigTest, MachinesAreKeptAndTakeOnlyValuesTheyCanHold) {
       {"PowerState", "x", "read-only"},
   };
   for (const auto& c : cases) {
-    const VrigRun run = Vrig("vm set " + vmc + " " + c.property + " " + c.value);
-    EXPECT_EQ(run.status, c.says ? 1 : 0) << c.property << " " << c.value << "\n" << run.output;
-    if (c.says) {
-      EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
-    }
+    SCOPED_TRACE(std::string(c.property) + " " + c.value);
+    ExpectRun(Vrig("vm set " + vmc + " " + c.property + " " + c.value), c.says ? 1 : 0, c.says ? c.says : "");
   }
   EXPECT_TRUE(shown("Memory = 4G") && shown("FirmwareType = 1") && shown("CPUs = 1"));
 
@@ -206,8 +195,7 @@ TEST(VrigTest, MissingModuleIsReportedWithTheLoadersReasons) {
   ASSERT_EQ(std::system(("cp " + std::string(VRIG_PATH) + " " + folder + "/vrig").c_str()), 0);
   const VrigRun run = Vrig("info", "VELLUMRIG_LIBRARY=/nonexistent/libvellumrig.so LD_LIBRARY_PATH=",
                            ".", folder + "/vrig");
-  EXPECT_EQ(run.status, 1) << run.output;
-  EXPECT_NE(run.output.find("Cannot load the vellumrig module"), std::string::npos) << run.output;
+  ExpectRun(run, 1, "Cannot load the vellumrig module");
   EXPECT_NE(run.output.find("/nonexistent/libvellumrig.so"), std::string::npos) << run.output;
 }
 
@@ -263,19 +251,14 @@ TEST(VrigTest, APlanIsCheckedBeforeTheMachineIsMade) {
   EXPECT_FALSE(std::filesystem::exists(dir.Join("Web")));
 
   const VrigRun refused = Vrig(plan + " --disk ide:0:1:big.vhdx:65T --disk scsi:0:0:twice.vhdx:1M --create");
-  EXPECT_EQ(refused.status, 1);
+  ExpectRun(refused, 1, "twice.vhdx:1M: its slot is already taken");
   EXPECT_NE(refused.output.find("big.vhdx:65T: The target size of the virtual disk is not supported"),
             std::string::npos)
       << refused.output;
-  EXPECT_NE(refused.output.find("twice.vhdx:1M: its slot is already taken"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(dir.Join("Web")));
 
-  const VrigRun made = Vrig(plan + " --create");
-  ASSERT_EQ(made.status, 0) << made.output;
-  EXPECT_NE(made.output.find("created " + dir.Join("Web/Web.vmc")), std::string::npos) << made.output;
+  ExpectRun(Vrig(plan + " --create"), 0, "created " + dir.Join("Web/Web.vmc"));
   EXPECT_EQ(Vrig("vm disk list " + dir.Join("Web/Web.vmc")).output,
             "scsi 0:0 " + dir.Join("Web/system.vhdx") + "\n");
-  const VrigRun again = Vrig(plan);
-  EXPECT_EQ(again.status, 1);
-  EXPECT_NE(again.output.find("already exists"), std::string::npos) << again.output;
+  ExpectRun(Vrig(plan), 1, "already exists");
 }

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host/shell.h"
 #include "host/temp_dir.h"
+#include "vrig_run.h"
 
 namespace {
 
@@ -25,9 +25,7 @@ TEST(XmlConvertTest, RoundTripsAndNeverOverwrites) {
   EXPECT_EQ(Vrig(dir, "m.bin back.vmc --text").status, 0);
   EXPECT_EQ(HostTest::ReadBytes(dir.Join("back.vmc")), vmc);
 
-  const HostTest::Outcome again = Vrig(dir, "m.vmc back.vmc --binary");
-  EXPECT_EQ(again.status, 1);
-  EXPECT_NE(again.output.find("exists"), std::string::npos) << again.output;
+  VrigTest::ExpectRun(Vrig(dir, "m.vmc back.vmc --binary"), 1, "exists");
   EXPECT_EQ(HostTest::ReadBytes(dir.Join("back.vmc")), vmc);
 
   const std::string binary = HostTest::ReadBytes(dir.Join("m.bin"));
