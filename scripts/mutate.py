@@ -14,8 +14,9 @@ before and after a change to the tests, and compare.
 
 Kinds of fault: a comparison flipped (== and !=, < and <=, > and >=), && and
 || swapped, an integer constant changed by one, a statement that calls
-something dropped, a true or false inverted. Headers are left alone: a
-change there rebuilds half the project.
+something dropped, a true or false inverted. A folder gives its .cc files
+only, since a change in a header rebuilds much of the project; a header
+named on its own is taken, for code that lives in headers alone.
 
 Builds into its own folder (default build/mutate, build/mutate-fuzz with
 --fuzz), configured like the release variant without -Werror, since a
@@ -108,10 +109,10 @@ def sources(arguments):
         if os.path.isdir(path):
             for folder, _, names in os.walk(path):
                 files += [os.path.join(folder, n) for n in names if n.endswith(".cc")]
-        elif path.endswith(".cc"):
+        elif path.endswith((".cc", ".h")):
             files.append(path)
         else:
-            sys.exit(f"not a .cc file or a folder: {argument}")
+            sys.exit(f"not a .cc or .h file or a folder: {argument}")
     return sorted(set(files))
 
 
