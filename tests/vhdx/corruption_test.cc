@@ -57,6 +57,15 @@ class CorruptionTest : public DiskFixture {
       if (region.Guid == Format::kBatRegionGuid) edit(region);
     Vhdx::RegionTableWriter::Write(file, regions);
   }
+  // A required item this engine does not know, as a newer writer may add.
+  void AddUnknownRequiredItem(const std::string& name) {
+    std::unique_ptr<i_file> host = Folder()->OpenFile(Common::FromUtf8(name), kOpenReadWrite);
+    Vhdx::WriteableFile file(dynamic_cast<rio_file&>(*host));
+    const std::uint8_t value[8] = {1};
+    ModifyMetadata(file, [&](Vhdx::MetadataModifier& m) {
+      m.Set({TestGuid(5), Format::kMetadataIsRequired}, value, sizeof value);
+    });
+  }
   // The header in force with `guid` as its log, both copies.
   void SetLogGuid(const std::string& name, const Common::Guid& guid) {
     std::unique_ptr<i_file> host = Folder()->OpenFile(Common::FromUtf8(name), kOpenReadWrite);
@@ -215,6 +224,9 @@ const Damage kDamages[] = {
        t.SetLogGuid(n, t.log);
      },
      FindingKind::LogPending, FindingClass::Repairable},
+    {"unknown required item", false,
+     [](CorruptionTest& t, const std::string& n) { t.AddUnknownRequiredItem(n); },
+     FindingKind::Unopenable, FindingClass::Corruption},
     {"orphan log GUID", false, [](CorruptionTest& t, const std::string& n) { t.SetLogGuid(n, t.log); },
      FindingKind::LogOrphanGuid, FindingClass::Repairable},
     {"damaged log", false,
