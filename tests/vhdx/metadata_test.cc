@@ -321,6 +321,11 @@ TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown)
   EXPECT_EQ(raw.Bytes(at.Offset, at.Size), before.substr(0, 10) + '\2' + before.substr(11, 53) +
                                                before.substr(96, 32) + before.substr(96));
 
+  // One byte is as good a size as any for a new item.
+  set({VhdxTest::TestGuid(6), 0}, "C");
+  EXPECT_EQ(Stored().back(), (std::pair<MetadataTableEntry, std::string>{
+                                {VhdxTest::TestGuid(6), kTableArea + 16, 1, 0, 0}, "C"}));  // where "B" was
+
   // An item that a read refuses is refused here too, before any write.
   logged.Log.clear();
   auto hostile = Modifier(RegionImage({{kOther, 0, "", 0x1FFFF, 3}}), logged);
