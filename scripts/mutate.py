@@ -207,7 +207,13 @@ def main():
             caught = not run(command, timeout)
             killed += caught
             if options.matrix and caught:
-                matrix.append({"fault": describe(site), "failing": failing(report)})
+                names = failing(report)
+                if names is None:
+                    # A crash or hang ends the program without a report, so
+                    # the tests are run one by one to learn which kill it.
+                    base = command.split(" --gtest_output")[0]
+                    names = [t for t in tests if not run(f"{base} --gtest_filter={t}", timeout)]
+                matrix.append({"fault": describe(site), "failing": names})
             print(f"{'killed  ' if caught else 'SURVIVED'}        {describe(site)}", flush=True)
             if not caught:
                 survivors.append(site)
@@ -236,8 +242,7 @@ def failing(report, everything=False):
 
 
 def summarize(tests, matrix):
-    """Per test, the faults it kills and those no other test kills; a fault
-    whose run crashed or hung is nobody's alone."""
+    """Per test, the faults it kills and those no other test kills."""
     kills = {t: 0 for t in tests}
     alone = {t: 0 for t in tests}
     for entry in matrix:
@@ -247,7 +252,7 @@ def summarize(tests, matrix):
         if len(names) == 1:
             alone[names[0]] = alone.get(names[0], 0) + 1
     unattributed = sum(1 for e in matrix if not e["failing"])
-    print(f"\n{unattributed} killed by a crash or hang")
+    print(f"\n{unattributed} killed only when the whole suite runs")
     for name in sorted(kills, key=lambda n: (alone.get(n, 0), kills[n])):
         print(f"{kills[name]:4} killed {alone.get(name, 0):4} alone  {name}")
 
