@@ -158,7 +158,7 @@ TEST_F(CorruptionTest, StaleBitsOfAnAbsentBlockDoNotHideTheParent) {
   CreateChild("child.vhdx", "parent.vhdx", 2 * kBlock);
   Write("child.vhdx", 0, Pattern(1, 7));  // gives chunk 0 its bitmap
   const Vhdx::BatEntry bitmap(EntryOf("child.vhdx", kBitmapEntry));
-  ASSERT_EQ(bitmap.GetState(), Vhdx::SB_BLOCK_PRESENT);
+  ASSERT_EQ(bitmap.GetState(), 6u);  // the format's number, which the engine's own name would not check
   Patch("child.vhdx", bitmap.GetFileOffset() + kBlockSectors / 8, std::string(kBlockSectors / 8, '\xFF'));
   ASSERT_TRUE(Read("child.vhdx", kBlockSectors, kBlockSectors) == parent.substr(kBlock));
 
