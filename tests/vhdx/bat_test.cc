@@ -1,6 +1,6 @@
-// The BAT's entries and arithmetic, the collectors that turn entries and
-// changed bytes of the BAT into disk areas and data block records, and the
-// reads of the virtual disk through it: the block readers chosen by state
+// The BAT's arithmetic, the collector that turns changed bytes of data
+// blocks into the sectors they touch, and the reads of the virtual disk
+// through the BAT: the block readers chosen by state
 // and the request bitmap as to-do list. Whole disks made by qemu-img are
 // compared with qemu's own conversion in qemu_test.cc.
 #include <cstring>
@@ -31,25 +31,6 @@ using VhdxTest::CodeOf;
 using namespace Vhdx;
 
 using Vhd::Testing::Recorder;
-
-struct EntryRecorder : BatEntryCollector {
-  std::vector<std::uint64_t> indices;
-  bool Collect(std::uint64_t index, const BatEntry&) override {
-    indices.push_back(index);
-    return true;
-  }
-};
-
-BatEntry Entry(std::uint32_t state, std::uint64_t offsetMb) { return BatEntry(offsetMb << 20 | state); }
-
-TEST(BatEntryTest, StateAndOffsetUpdatesKeepEveryOtherBit) {
-  BatEntry entry(0xFFFFF'FFFFF'FFFFF0ull | 0x7);
-  entry.SetState(PAYLOAD_BLOCK_ZERO);
-  EXPECT_EQ(entry.Raw(), 0xFFFFFFFFFFFFFFF2ull);
-  entry.SetFileOffsetMb(3);
-  EXPECT_EQ(entry.Raw(), 0x3FFFF2ull);
-  EXPECT_EQ(entry.GetFileOffset(), 3 * 0x100000ull);
-}
 
 TEST(BatTraitsTest, GeometryRefusesWhatWouldBreakTheArithmetic) {
   struct Case {
@@ -85,20 +66,6 @@ TEST(BatTraitsTest, GeometryRefusesWhatWouldBreakTheArithmetic) {
   EXPECT_EQ(CodeOf([] { ParametrizedBatIndexTraits{0}; }), 0x3C0000u);
 }
 
-// Each chunk's payload entries are followed by the chunk's bitmap entry.
-TEST(BatTraitsTest, IndexFormulaeAgreeWithTheInterleavedLayout) {
-  for (const std::uint32_t ratio : {1u, 3u, 1024u}) {
-    const ParametrizedBatIndexTraits traits(ratio);
-    for (std::uint64_t index = 0, block = 0; index < 3 * (ratio + 1); ++index) {
-      const bool bitmap = index % (ratio + 1) == ratio;
-      ASSERT_EQ(traits.IsBitmapEntry(index), bitmap) << ratio << " " << index;
-      ASSERT_EQ(bitmap ? BitmapEntryIndex(index / (ratio + 1), ratio) : PayloadEntryIndex(block, ratio), index);
-      ASSERT_EQ(bitmap ? block : traits.GetPayloadIndex(index), block);
-      block += !bitmap;
-    }
-  }
-}
-
 TEST(ChunkTraitsTest, ChunkRangesAndBlockPlaces) {
   // A range that ends on a chunk boundary counts the next chunk as well;
   // the BAT slice cache is keyed by this count, so it is pinned.
@@ -110,75 +77,6 @@ TEST(ChunkTraitsTest, ChunkRangesAndBlockPlaces) {
   EXPECT_EQ(traits.GetChunkOfBlock(1025), 1u);
   EXPECT_EQ(traits.GetBlockArea(1025), (DiskArea{8192, 8192}));
   EXPECT_EQ(BlockSizeAwareDataBlockTraits(8).GetArea(3), (DiskArea{24, 8}));
-}
-
-TEST(BatTraitsTest, RegionBytesMapToEveryEntryTheyTouchUpToTheLimit) {
-  const LimitedBatRegionAreaToIndexMap map(10);
-  struct Case { Area area; IndexRange indices; };
-  for (const Case& c : {Case{{0, 0}, {0, 0}}, Case{{40, 0}, {0, 0}}, Case{{4, 8}, {0, 2}}, Case{{8, 8}, {1, 1}},
-                        Case{{76, 100}, {9, 1}}, Case{{200, 8}, {10, 0}}})
-    EXPECT_EQ(map.Map(c.area), c.indices) << c.area.Offset << "+" << c.area.Size;
-}
-
-// A BAT of ratio 2 (payload, payload, bitmap, ...) in a file region.
-class BatCollectorTest : public VhdxTest::MemoryFileTest {
- protected:
-  BatCollectorTest() {
-    const BatEntry entries[] = {Entry(6, 1), Entry(7, 2), Entry(6, 9), Entry(0, 0),
-                                Entry(5, 0), Entry(6, 9), Entry(2, 0), Entry(7, 3)};
-    raw.Load(std::string(0x100, '\0') + std::string(reinterpret_cast<const char*>(entries), sizeof entries));
-  }
-  std::shared_ptr<BatEntryEnumerator> Enumerator() {
-    return std::make_shared<ArrayEntryEnumerator<BatEntry>>(std::make_shared<FileRegionBatEntryArray>(region));
-  }
-
-  ReadOnlyFileRegionImpl region{file, {0x100, 64}};
-  std::shared_ptr<BatIndexTraits> traits = std::make_shared<ParametrizedBatIndexTraits>(2);
-};
-
-TEST_F(BatCollectorTest, EntriesAreRoutedByStateAndUnknownStatesHoldNothing) {
-  auto present = std::make_shared<EntryRecorder>(), partial = std::make_shared<EntryRecorder>();
-  DispatchingBatEntryCollector dispatch(traits, present, partial);
-  EXPECT_TRUE(Enumerator()->Enumerate(0, 8, dispatch));
-  EXPECT_EQ(present->indices, (std::vector<std::uint64_t>{0, 6}));  // 2 and 5 are bitmaps, 4 is state 5
-  EXPECT_EQ(partial->indices, (std::vector<std::uint64_t>{1, 7}));
-
-  auto areas = std::make_shared<Recorder<DiskArea>>();
-  EmptyBatEntryToDiskAreaCollector empty(traits, 8, areas);
-  EXPECT_TRUE(Enumerator()->Enumerate(0, 8, empty));
-  EXPECT_EQ(areas->values, (std::vector<DiskArea>{{16, 8}, {32, 8}}));  // blocks 2 and 4
-}
-
-TEST_F(BatCollectorTest, OverlappingPayloadBlocksAreFoundWhenTheMapIsBuilt) {
-  auto map = std::make_shared<Vhd::RegionIndexedCollectingDataBlockInfoMap>(0x100000);
-  PayloadBatEntryToBlockInfoCollector toMap(traits, 8, map);
-  EXPECT_TRUE(Enumerator()->Enumerate(0, 2, toMap));
-  Recorder<Vhd::DataBlockInfo> blocks;
-  EXPECT_TRUE(map->Enumerate({0x1FFFFF, 2}, blocks));
-  EXPECT_EQ(blocks.values, (std::vector<Vhd::DataBlockInfo>{{0x100000, 0, true}, {0x200000, 8, false}}));
-  // Entry 7 is block 5 at 3 MiB: fine. Then a block at 1 MiB again.
-  EXPECT_TRUE(toMap.Collect(7, Entry(7, 3)));
-  const Common::Error error = VhdxTest::Raised([&] { toMap.Collect(6, Entry(6, 1)); });
-  EXPECT_EQ(error.Code(), 0x3C0040u);
-  EXPECT_NE(error.GetText().find(u"1048576"), std::u16string::npos);
-}
-
-TEST_F(BatCollectorTest, ChangedFileBytesBecomeTheBlocksTheyEmptied) {
-  // Bytes 0x118..0x127 of the file: entries 3 and 4 (state 0 and 5).
-  auto areas = std::make_shared<Recorder<DiskArea>>();
-  auto entries = std::make_shared<EmptyBatEntryToDiskAreaCollector>(traits, 8, areas);
-  auto batBytes = std::make_shared<BatRegionAreaCollector>(
-      Enumerator(), std::make_shared<LimitedBatRegionAreaToIndexMap>(8), entries);
-  RegionCollectorComposite composite;
-  auto before = std::make_shared<Recorder<Vhd::FileRegion>>();
-  composite.Add(before);
-  composite.Add(std::make_shared<RegionToRegionAreaCollector>(region.GetLocation(), batBytes));
-  EXPECT_TRUE(composite.Collect({0x118, 0x10}));
-  EXPECT_TRUE(composite.Collect({0, 0x100}));  // before the region: nothing
-  EXPECT_EQ(areas->values, (std::vector<DiskArea>{{16, 8}}));
-  before->stopAfter = 0;
-  EXPECT_FALSE(composite.Collect({0x118, 0x10}));
-  EXPECT_EQ(areas->values.size(), 1u);
 }
 
 TEST(DataBlockMapTest, ChangedBytesTranslateToTouchedSectorsOfEachBlock) {
@@ -194,31 +92,6 @@ TEST(DataBlockMapTest, ChangedBytesTranslateToTouchedSectorsOfEachBlock) {
   sectors->stopAfter = 0;
   EXPECT_FALSE(collector.Collect({0x100000, 0x300000}));
   EXPECT_EQ(sectors->values.size(), 4u);
-}
-
-struct CountingSource : BitmapSource {
-  std::vector<std::uint64_t> loaded;
-  std::shared_ptr<Vhd::DataOwningBitmap> Load(BatEntry entry) override {
-    loaded.push_back(entry.GetFileOffsetMb());
-    return Vhd::CreateBitmap(kSectorsPerChunk, false);
-  }
-};
-
-TEST_F(BatCollectorTest, BlockBitmapsAreViewsOfTheirChunksBitmap) {
-  // Ratio 2 needs 0x400000 sectors a block; entry 2 and 5 are the bitmaps.
-  auto source = std::make_shared<CountingSource>();
-  auto chunks = std::make_shared<CachingBitmapArray>(
-      std::make_shared<LoadingBitmapArray>(std::make_shared<FileRegionBatEntryArray>(region), source, 2));
-  auto blocks = std::make_shared<BlockBitmapArray>(chunks, std::make_shared<ChunkTraits>(2, 0x400000));
-  blocks->Get(3)->Set(1, 2, true);
-  EXPECT_TRUE(chunks->Get(1)->Get(0x400001));
-  EXPECT_EQ(source->loaded, (std::vector<std::uint64_t>{9}));
-
-  BlockBitmapDiskAreaEnumeratorArray enumerators(std::make_shared<BlockSizeAwareDataBlockTraits>(0x400000),
-                                                 std::make_shared<Vhd::PresentBitmapEnumeratorFactory>(), blocks);
-  Recorder<DiskArea> areas;
-  EXPECT_TRUE(enumerators.Get(3)->Enumerate(areas));
-  EXPECT_EQ(areas.values, (std::vector<DiskArea>{{3 * 0x400000 + 1, 2}}));
 }
 
 struct CountingObserver : Observer {

@@ -1,16 +1,16 @@
+// The log: which entries a scan takes as the active sequence, what zeroing
+// entries clear, the refusal of scans that would not end, and the
+// in-memory overlay a read-only open replays into. Replays of whole files,
+// qemu's among them, are in qemu_test.cc and corruption_test.cc.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "vellumrig/error_text.h"
-#include "vhdx/format/header_reader.h"
-#include "vhdx/log/invalid_log_entry.h"
 #include "vhdx/log/log_entry_reader.h"
 #include "vhdx/log/log_scanner.h"
 #include "vhdx/log/non_persistent_file.h"
@@ -45,17 +45,6 @@ std::string Sector(char fill) {
   s.replace(4092, 4, "TAIL");
   return s;
 }
-
-// Counts the reads that touch the log region.
-class LogReadCounter : public Vhdx::FileDecorator {
- public:
-  using FileDecorator::FileDecorator;
-  int LogReads = 0;
-  void Read(std::uint64_t offset, std::size_t size, void* buffer) override {
-    LogReads += offset < kLogOffset + kLogLength && offset + size > kLogOffset;
-    FileDecorator::Read(offset, size, buffer);
-  }
-};
 
 // A container of 3 MiB: headers naming a log at 1 MiB (or none), the log,
 // and 1 MiB of 0xEE bytes that the entries change.
@@ -98,42 +87,6 @@ class LogReplayTest : public VhdxTest::MemoryFileTest {
   std::string bytes;
 };
 
-TEST_F(LogReplayTest, WithoutLogGuidNothingIsReadAndAnEmptyLogIsRefused) {
-  SetHeader({});
-  Put(0, {1, 0, {{kPayload, Sector('a')}}});
-  raw.Load(bytes);
-  LogReadCounter counter(file);
-  EXPECT_FALSE(Vhdx::PlayLog(counter));
-  EXPECT_EQ(counter.LogReads, 0);
-  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
-
-  Reset();
-  const Common::Error empty = Raised([&] { Play(); });
-  EXPECT_EQ(empty.Code(), 0x3C002Bu);
-  EXPECT_NE(empty.GetText().find(u"sequence is empty"), std::u16string::npos);
-  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);  // the header still names the log
-}
-
-TEST_F(LogReplayTest, PlaysEveryEntryInOrderThenClearsLogGuidWithOneFlush) {
-  // Data for the first entry, overwritten by the second; a zero range.
-  Put(0, {5, 0, {{kPayload, Sector('a')}, {kPayload + 3 * kSector, "", 2 * kSector}}});
-  Put(8192, {6, 0, {{kPayload, Sector('b')}, {kPayload + kSector, Sector('c')}}});
-  ASSERT_TRUE(Play());
-  EXPECT_EQ(raw.Bytes(kPayload, kSector), Sector('b'));
-  EXPECT_EQ(raw.Bytes(kPayload + kSector, kSector), Sector('c'));
-  EXPECT_EQ(raw.Bytes(kPayload + 2 * kSector, kSector), std::string(kSector, '\xEE'));
-  EXPECT_EQ(raw.Bytes(kPayload + 3 * kSector, 2 * kSector), std::string(2 * kSector, '\0'));
-  // Two pieces zeroed, so two bytes more.
-  EXPECT_EQ(raw.Bytes(kPayload + 5 * kSector, 4), std::string("\0\0\xEE\xEE", 4));
-  EXPECT_EQ(std::count(logged.Log.begin(), logged.Log.end(), "F"), 1);
-  EXPECT_EQ(logged.Log.back(), "F");
-  EXPECT_TRUE(Vhdx::HeaderReader::Read(file).LogGuid.IsZero());
-  EXPECT_EQ(raw.Bytes(kLogOffset, kLogLength), bytes.substr(kLogOffset, kLogLength));  // log left as it was
-  logged.Log.clear();
-  EXPECT_FALSE(Vhdx::PlayLog(logged));
-  EXPECT_TRUE(logged.Log.empty());
-}
-
 TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
   const std::uint32_t kFar = 0x10000, kEnd = kLogLength - 8192;
   const std::vector<Change> one{{kPayload, Sector('x')}};
@@ -168,50 +121,6 @@ TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
   }
 }
 
-TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFileCannotHold) {
-  // Zero descriptors over single sectors of the payload, round; the last
-  // one lies in the further descriptor sector.
-  auto zeroes = [](std::size_t count) {
-    std::vector<Change> changes;
-    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i % 256 * kSector, "", kSector});
-    return changes;
-  };
-  auto read = [&](const Entry& entry) {
-    Put(0, entry);
-    raw.Load(bytes);
-    return Vhdx::LogEntryReader::Read(file, kLogOffset, 0);
-  };
-  const auto whole = read({3, 0, zeroes(254)});
-  ASSERT_TRUE(whole->IsValid());
-  whole->Apply(file);
-  EXPECT_EQ(raw.Bytes(kPayload + 253 * kSector, kSector), std::string(kSector, '\0'));
-  EXPECT_EQ(raw.Bytes(kPayload + 254 * kSector + 1, 1), "\xEE");  // past the one byte the last piece adds
-  EXPECT_FALSE(read({3, 0, zeroes(127)})->IsValid());
-  // Two further sectors: each is read again when its turn comes.
-  Reset();
-  const auto twice = read({3, 0, zeroes(382)});
-  ASSERT_TRUE(twice->IsValid());
-  twice->Apply(file);
-  EXPECT_EQ(raw.Bytes(kPayload, 256 * kSector), std::string(256 * kSector, '\0'));
-
-  // Counts that would make the reader go past the end of the file.
-  std::uint8_t* h = At(bytes, kLogOffset);
-  Vhdx::StoreLe32(h + 24, 0xFFFFFFFF);
-  raw.Load(bytes);
-  LogReadCounter counter(file);
-  EXPECT_FALSE(Vhdx::LogEntryReader::Read(counter, kLogOffset, 0)->IsValid());
-  EXPECT_EQ(counter.LogReads, 1);
-  Put(0, {3, 0, {{kPayload, Sector('d')}}});
-  bytes.resize(kLogOffset + kSector);  // its data sector lies past the end
-  raw.Load(bytes);
-  EXPECT_FALSE(Vhdx::LogEntryReader::Read(file, kLogOffset, 0)->IsValid());
-  EXPECT_FALSE(Vhdx::LogEntryReader::Read(file, kLogOffset, 100)->IsValid());
-
-  const Vhdx::InvalidLogEntry invalid;
-  EXPECT_EQ(CodeOf([&] { invalid.GetSequenceNumber(); }), 0x3C0029u);
-  EXPECT_EQ(CodeOf([&] { invalid.GetTail(); }), 0x3C0029u);
-}
-
 TEST_F(LogReplayTest, ZeroingTakesItsTailLengthFromThePieceCount) {
   const struct {
     std::uint64_t length, zeroed;
@@ -223,38 +132,6 @@ TEST_F(LogReplayTest, ZeroingTakesItsTailLengthFromThePieceCount) {
     const std::string after = raw.Bytes(kPayload, kFileSize - kPayload);
     EXPECT_EQ(after.find_first_not_of('\0'), c.zeroed);
     EXPECT_EQ(after.find_first_not_of('\xEE', c.zeroed), std::string::npos);
-  }
-}
-
-TEST_F(LogReplayTest, FileSizeGrowsToLastFileOffsetNeverShrinksAndMustReachFlushed) {
-  Entry entry{1, 0, {{kPayload, Sector('a')}}};
-  entry.LastFileOffset = kFileSize + 5 * kSector;
-  Put(0, entry);
-  ASSERT_TRUE(Play());
-  EXPECT_EQ(raw.Store->Size(), kFileSize + 5 * kSector);
-  EXPECT_EQ(logged.Log[logged.Log.size() - 4], "E " + std::to_string(kFileSize + 5 * kSector));  // after the data
-
-  entry.LastFileOffset = kSector;
-  Put(0, entry);
-  ASSERT_TRUE(Play());
-  EXPECT_EQ(raw.Store->Size(), kFileSize);
-
-  entry.FlushedFileOffset = kFileSize + 1;
-  Put(0, entry);
-  const Common::Error truncated = Raised([&] { Play(); });
-  EXPECT_EQ(truncated.Code(), 0x3C002Au);
-  EXPECT_NE(truncated.GetText().find(u"truncated"), std::u16string::npos);
-  EXPECT_TRUE(logged.Log.empty());
-  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
-
-  // Growth or zeroing beyond what any honest log asks is refused before
-  // anything is written: replayed into memory it would never end.
-  for (const Entry& greedy : {Entry{1, 0, {{kPayload, Sector('a')}}, kGuid, 0, kFileSize + (5ull << 30)},
-                              Entry{1, 0, {{1ull << 50, Sector('a')}}},
-                              Entry{1, 0, {{kPayload, {}, 8ull << 30}}}}) {
-    Put(0, greedy);
-    EXPECT_EQ(CodeOf([&] { Play(); }), 0x3C002Bu);
-    EXPECT_TRUE(logged.Log.empty());
   }
 }
 
@@ -272,38 +149,6 @@ TEST_F(LogReplayTest, AScanThatWouldNotEndIsRefused) {
   EXPECT_EQ(error.Code(), 0x3C002Bu);
   EXPECT_NE(error.GetText().find(u"sector reads"), std::u16string::npos);
   EXPECT_TRUE(logged.Log.empty());
-}
-
-TEST_F(LogReplayTest, HeadersNamingAnImpossibleLogAreRefused) {
-  Put(0, {1, 0, {{kPayload, Sector('a')}}});
-  const struct {
-    std::uint64_t offset;
-    std::uint32_t length;
-    const char16_t* text;
-  } cases[] = {{kLogOffset, 0, u"length of 0"},
-               {kFileSize - kSector, 2 * kSector, u"offset 3141632, length 8192"},
-               {UINT64_MAX - 10, kLogLength, u"length 1048576"}};
-  for (const auto& c : cases) {
-    SetHeader(kGuid, c.offset, c.length);
-    const Common::Error error = Raised([&] { Play(); });
-    EXPECT_EQ(error.Code(), 0x3C002Bu);
-    EXPECT_NE(error.GetText().find(c.text), std::u16string::npos) << Common::ToUtf8(error.GetText());
-    EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
-  }
-}
-
-TEST_F(LogReplayTest, ReadOnlyReplayLandsInTheOverlayAlone) {
-  Put(0, {1, 0, {{kPayload, Sector('r')}, {kPayload + kSector, "", kSector}}});
-  raw.Load(bytes);
-  Vhdx::ReadOnlyFile below(raw);
-  Vhdx::NonPersistentFile overlay(below);
-  ASSERT_TRUE(Vhdx::PlayLog(overlay));
-  EXPECT_EQ(raw.Bytes(0, kFileSize), bytes);
-  std::string seen(2 * kSector, '?');
-  overlay.Read(kPayload, seen.size(), seen.data());
-  EXPECT_EQ(seen, Sector('r') + std::string(kSector, '\0'));
-  EXPECT_TRUE(Vhdx::HeaderReader::Read(overlay).LogGuid.IsZero());
-  EXPECT_FALSE(Vhdx::HeaderReader::Read(below).LogGuid.IsZero());
 }
 
 // Kind: 'W' write of Size bytes of Fill, 'Z' zeroing, 'E' expansion to Offset.
@@ -366,33 +211,6 @@ TEST(NonPersistentFileTest, MergesOverlapsKeepsTouchingRangesApartAndOnlyGrows) 
     EXPECT_EQ(f.Read(0, f.Model.size()), f.Model);
     // A read of one byte takes the same path as any other.
     for (std::size_t i = 0; i < f.Model.size(); ++i) ASSERT_EQ(f.Read(i, 1), f.Model.substr(i, 1)) << i;
-  }
-}
-
-TEST(NonPersistentFileTest, ReadsLikeAByteArrayAndNeverChangesTheFileBelow) {
-  for (unsigned seed = 1; seed <= 20; ++seed) {
-    std::mt19937 rng(seed);
-    auto pick = [&](std::uint64_t low, std::uint64_t high) {
-      return std::uniform_int_distribution<std::uint64_t>(low, high)(rng);
-    };
-    std::string below(pick(0, 3000), '\0');
-    for (char& c : below) c = static_cast<char>(pick(1, 255));
-    Fixture f(below);
-    for (int step = 0; step < 150; ++step) {
-      // Nothing starts beyond the end, so every byte has a source.
-      const std::uint64_t size = f.Model.size();
-      const char kind = "WWWZZE"[pick(0, 5)];
-      f.Apply({kind, kind == 'E' ? size + pick(0, 9000) : pick(0, size), pick(1, 700),
-               static_cast<char>(pick(1, 255))});
-      ASSERT_EQ(f.File.GetSize(), f.Model.size()) << seed;
-      const std::uint64_t at = pick(0, f.Model.size());
-      const std::uint64_t length = pick(0, f.Model.size() - at);
-      ASSERT_EQ(f.Read(at, length), f.Model.substr(at, length)) << seed << " " << step;
-    }
-    EXPECT_EQ(f.Read(0, f.Model.size()), f.Model);
-    f.File.Flush();
-    EXPECT_TRUE(f.Logged.Log.empty());
-    EXPECT_EQ(f.Raw.Bytes(0, below.size() + 1), below);
   }
 }
 
