@@ -1,6 +1,6 @@
-// The BAT's arithmetic, the collector that turns changed bytes of data
-// blocks into the sectors they touch, and the reads of the virtual disk
-// through the BAT: the block readers chosen by state
+// The BAT's arithmetic, the collectors that route its entries by state and
+// turn changed bytes of data blocks into the sectors they touch, and the
+// reads of the virtual disk through it: the block readers chosen by state
 // and the request bitmap as to-do list. Whole disks made by qemu-img are
 // compared with qemu's own conversion in qemu_test.cc.
 #include <cstring>
@@ -31,6 +31,16 @@ using VhdxTest::CodeOf;
 using namespace Vhdx;
 
 using Vhd::Testing::Recorder;
+
+struct EntryRecorder : BatEntryCollector {
+  std::vector<std::uint64_t> indices;
+  bool Collect(std::uint64_t index, const BatEntry&) override {
+    indices.push_back(index);
+    return true;
+  }
+};
+
+BatEntry Entry(std::uint32_t state, std::uint64_t offsetMb) { return BatEntry(offsetMb << 20 | state); }
 
 TEST(BatTraitsTest, GeometryRefusesWhatWouldBreakTheArithmetic) {
   struct Case {
@@ -77,6 +87,35 @@ TEST(ChunkTraitsTest, ChunkRangesAndBlockPlaces) {
   EXPECT_EQ(traits.GetChunkOfBlock(1025), 1u);
   EXPECT_EQ(traits.GetBlockArea(1025), (DiskArea{8192, 8192}));
   EXPECT_EQ(BlockSizeAwareDataBlockTraits(8).GetArea(3), (DiskArea{24, 8}));
+}
+
+// A BAT of ratio 2 (payload, payload, bitmap, ...) in a file region.
+class BatCollectorTest : public VhdxTest::MemoryFileTest {
+ protected:
+  BatCollectorTest() {
+    const BatEntry entries[] = {Entry(6, 1), Entry(7, 2), Entry(6, 9), Entry(0, 0),
+                                Entry(5, 0), Entry(6, 9), Entry(2, 0), Entry(7, 3)};
+    raw.Load(std::string(0x100, '\0') + std::string(reinterpret_cast<const char*>(entries), sizeof entries));
+  }
+  std::shared_ptr<BatEntryEnumerator> Enumerator() {
+    return std::make_shared<ArrayEntryEnumerator<BatEntry>>(std::make_shared<FileRegionBatEntryArray>(region));
+  }
+
+  ReadOnlyFileRegionImpl region{file, {0x100, 64}};
+  std::shared_ptr<BatIndexTraits> traits = std::make_shared<ParametrizedBatIndexTraits>(2);
+};
+
+TEST_F(BatCollectorTest, EntriesAreRoutedByStateAndUnknownStatesHoldNothing) {
+  auto present = std::make_shared<EntryRecorder>(), partial = std::make_shared<EntryRecorder>();
+  DispatchingBatEntryCollector dispatch(traits, present, partial);
+  EXPECT_TRUE(Enumerator()->Enumerate(0, 8, dispatch));
+  EXPECT_EQ(present->indices, (std::vector<std::uint64_t>{0, 6}));  // 2 and 5 are bitmaps, 4 is state 5
+  EXPECT_EQ(partial->indices, (std::vector<std::uint64_t>{1, 7}));
+
+  auto areas = std::make_shared<Recorder<DiskArea>>();
+  EmptyBatEntryToDiskAreaCollector empty(traits, 8, areas);
+  EXPECT_TRUE(Enumerator()->Enumerate(0, 8, empty));
+  EXPECT_EQ(areas->values, (std::vector<DiskArea>{{16, 8}, {32, 8}}));  // blocks 2 and 4
 }
 
 TEST(DataBlockMapTest, ChangedBytesTranslateToTouchedSectorsOfEachBlock) {

@@ -162,6 +162,50 @@ TEST_F(FileRegionTest, WritableAndThrowingRegionsWriteAtTheirPlaceWithinTheSameB
   EXPECT_EQ(region.GetLocation(), (Area{20, 4}));
 }
 
+struct RecordingMonitor : Vhdx::ExpansionMonitor {
+  explicit RecordingMonitor(VhdxTest::ScriptedFile& r) : raw(r) {}
+  void OnExpanded(const Area& oldArea, const Area& newArea) override {
+    calls.emplace_back(oldArea, newArea);
+    contentSeen = raw.Bytes(newArea.Offset, oldArea.Size);
+  }
+  VhdxTest::ScriptedFile& raw;
+  std::vector<std::pair<Area, Area>> calls;
+  std::string contentSeen;
+};
+
+TEST_F(FileRegionTest, AFailedOrImpossibleMoveLeavesTheOldRegionInForceAndUntold) {
+  struct FixedAllocator : Vhdx::Allocator {
+    Area Allocate(const Area& request) override {
+      requests.push_back(request);
+      return answer;
+    }
+    Area answer{};
+    std::vector<Area> requests;
+  };
+  auto allocator = std::make_shared<FixedAllocator>();
+  auto monitor = std::make_shared<RecordingMonitor>(raw);
+  Vhdx::ExpandableFileRegionImpl region(file, {0, 10}, allocator, monitor);
+  struct Case { Area answer; std::uint64_t writeLimit; std::uint32_t code; };
+  for (const Case& c : {Case{{5, 20}, UINT64_MAX, 0x3C0032},  // overlaps the old place
+                        Case{{30, 15}, UINT64_MAX, 0x3C0000},  // less than asked
+                        Case{{30, 20}, 35, 0x40004}}) {        // the medium fills up during the copy
+    allocator->answer = c.answer;
+    raw.WriteLimit = c.writeLimit;
+    raw.Writes.clear();
+    EXPECT_EQ(CodeOf([&] { region.Expand(20); }), c.code);
+    EXPECT_EQ(raw.Writes.empty(), c.writeLimit == UINT64_MAX);  // refused before any copy
+    EXPECT_EQ(allocator->requests.back(), (Area{0, 20}));  // the present offset goes along
+    EXPECT_TRUE(monitor->calls.empty());
+    EXPECT_EQ(region.GetLocation(), (Area{0, 10}));
+  }
+  allocator->answer = {0, 30};  // grown in place: nothing to copy
+  raw.Writes.clear();
+  region.Expand(30);
+  EXPECT_TRUE(raw.Writes.empty());
+  EXPECT_EQ(monitor->calls.size(), 1u);
+  EXPECT_EQ(region.GetLocation(), (Area{0, 30}));
+}
+
 constexpr std::uint32_t kNotFound = 0x3C0033;
 constexpr std::uint32_t kBounds = 0x3C0034;
 constexpr std::uint32_t kOccupied = 0x3C0035;

@@ -1,7 +1,8 @@
-// The log: which entries a scan takes as the active sequence, what zeroing
-// entries clear, the refusal of scans that would not end, and the
-// in-memory overlay a read-only open replays into. Replays of whole files,
-// qemu's among them, are in qemu_test.cc and corruption_test.cc.
+// The log: which entries a scan takes as the active sequence and how a
+// replay plays them, what zeroing entries clear, the refusal of scans that
+// would not end, and the in-memory overlay a read-only open replays into.
+// Replays of whole files, qemu's among them, are in qemu_test.cc and
+// corruption_test.cc.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "vhdx/format/header_reader.h"
 #include "vhdx/log/log_entry_reader.h"
 #include "vhdx/log/log_scanner.h"
 #include "vhdx/log/non_persistent_file.h"
@@ -86,6 +88,26 @@ class LogReplayTest : public VhdxTest::MemoryFileTest {
 
   std::string bytes;
 };
+
+TEST_F(LogReplayTest, PlaysEveryEntryInOrderThenClearsLogGuidWithOneFlush) {
+  // Data for the first entry, overwritten by the second; a zero range.
+  Put(0, {5, 0, {{kPayload, Sector('a')}, {kPayload + 3 * kSector, "", 2 * kSector}}});
+  Put(8192, {6, 0, {{kPayload, Sector('b')}, {kPayload + kSector, Sector('c')}}});
+  ASSERT_TRUE(Play());
+  EXPECT_EQ(raw.Bytes(kPayload, kSector), Sector('b'));
+  EXPECT_EQ(raw.Bytes(kPayload + kSector, kSector), Sector('c'));
+  EXPECT_EQ(raw.Bytes(kPayload + 2 * kSector, kSector), std::string(kSector, '\xEE'));
+  EXPECT_EQ(raw.Bytes(kPayload + 3 * kSector, 2 * kSector), std::string(2 * kSector, '\0'));
+  // Two pieces zeroed, so two bytes more.
+  EXPECT_EQ(raw.Bytes(kPayload + 5 * kSector, 4), std::string("\0\0\xEE\xEE", 4));
+  EXPECT_EQ(std::count(logged.Log.begin(), logged.Log.end(), "F"), 1);
+  EXPECT_EQ(logged.Log.back(), "F");
+  EXPECT_TRUE(Vhdx::HeaderReader::Read(file).LogGuid.IsZero());
+  EXPECT_EQ(raw.Bytes(kLogOffset, kLogLength), bytes.substr(kLogOffset, kLogLength));  // log left as it was
+  logged.Log.clear();
+  EXPECT_FALSE(Vhdx::PlayLog(logged));
+  EXPECT_TRUE(logged.Log.empty());
+}
 
 TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
   const std::uint32_t kFar = 0x10000, kEnd = kLogLength - 8192;

@@ -1,5 +1,6 @@
-// The metadata region as the modifier rewrites it: items set, moved and
-// removed, and the region grown when they no longer fit.
+// The metadata region as the modifier rewrites it (items set, moved and
+// removed, the region grown when they no longer fit) and the parent
+// locator item as the parser reads it.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -11,17 +12,32 @@
 #include "vhdx/file/file_region_impl.h"
 #include "vhdx/metadata/metadata_modifier.h"
 #include "vhdx/metadata/metadata_table.h"
+#include "vhdx/metadata/parent_locator.h"
+#include "vhdx/metadata/parent_locator_writer.h"
+#include "vhdx/metadata/well_known_items.h"
 #include "vhdx/test_files.h"
 
 namespace {
 
 using namespace Vhdx;
 using VhdxTest::CodeOf;
+using VhdxTest::Raised;
+namespace Items = WellKnownItems;
 
 constexpr std::uint32_t kTableArea = 65536;
 const Common::Guid kOther = VhdxTest::TestGuid(7);
 
+std::string Le32(std::uint32_t v) {
+  std::string s(4, '\0');
+  StoreLe32(reinterpret_cast<std::uint8_t*>(s.data()), v);
+  return s;
+}
 const std::uint8_t* U8(const std::string& s) { return reinterpret_cast<const std::uint8_t*>(s.data()); }
+// The engine's writer, whose items the parser must read back.
+std::string EncodeParentLocator(const ParentLocatorEntryList& entries) {
+  const std::vector<std::uint8_t> item = Vhdx::EncodeParentLocator(entries);
+  return std::string(item.begin(), item.end());
+}
 
 struct Item {
   Common::Guid id;
@@ -77,6 +93,45 @@ class MetadataTest : public VhdxTest::MemoryFileTest {
 
   std::shared_ptr<Monitor> monitor = std::make_shared<Monitor>();
 };
+
+TEST_F(MetadataTest, ParentLocatorsParseWithinTheirItemOnly) {
+  // Entries at 20 and 32, strings from 44 on; the last string ends the item.
+  const std::string good = EncodeParentLocator({{u"key", u"value"}, {u"k2", u"v2"}});
+  auto with = [&](std::size_t at, const std::string& bytes) {
+    std::string s = good;
+    return s.replace(at, bytes.size(), bytes);
+  };
+  struct Case {
+    const char* name;
+    std::string item;
+    std::uint32_t code;
+    ParentLocatorEntryList entries;
+  };
+  const Case cases[] = {
+      {"two entries", good, 0, {{u"key", u"value"}, {u"k2", u"v2"}}},
+      {"empty", EncodeParentLocator({}), 0, {}},
+      {"short header", EncodeParentLocator({}).substr(0, 19), 0x3C0014, {}},
+      {"other type", with(15, "\x14"), 0x3C0013, {}},
+      {"odd key length", with(28, "\5"), 0, {{u"ke", u"value"}, {u"k2", u"v2"}}},
+      {"last string one byte beyond", good.substr(0, good.size() - 1), 0x3C0014, {}},
+      {"entry table beyond", with(18, "\5"), 0x3C0014, {}},
+      {"count whose table end wraps", with(18, std::string("\x55\x15", 2)), 0x3C0014, {}},
+      {"key offset that wraps", with(20, Le32(0xFFFFFFFF)), 0x3C0014, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ParentLocatorMetadataConsumerImpl consumer;
+    consumer.Consume(Items::kParentLocator, U8(good), good.size());
+    // The consumer keeps what it had when a locator fails.
+    EXPECT_EQ(CodeOf([&] { consumer.Consume(Items::kParentLocator, U8(c.item), c.item.size()); }),
+              c.code);
+    EXPECT_EQ(consumer.GetEntries(), c.code ? cases[0].entries : c.entries);
+  }
+  const std::string other = with(0, "\1");
+  EXPECT_EQ(
+      Raised([&] { ParentLocatorParser(U8(other), 20).Parse(); }).GetText(),
+      u"The parent locator of type 'B04AEF01-D19E-4A81-B789-25B8E9445913' is not recognized.");
+}
 
 TEST_F(MetadataTest, SetGrowsInPlaceMovesOrExpandsAndRemoveShiftsTheEntriesDown) {
   auto modifier =
