@@ -1,8 +1,8 @@
 // The BAT's arithmetic, the collectors that route its entries by state and
-// turn changed bytes of data blocks into the sectors they touch, and the
-// reads of the virtual disk through it: the block readers chosen by state
-// and the request bitmap as to-do list. Whole disks made by qemu-img are
-// compared with qemu's own conversion in qemu_test.cc.
+// turn changed bytes of the BAT and of data blocks into what they touch,
+// and the reads of the virtual disk through it: the block readers chosen by
+// state and the request bitmap as to-do list. Whole disks made by qemu-img
+// are compared with qemu's own conversion in qemu_test.cc.
 #include <cstring>
 #include <memory>
 #include <string>
@@ -87,6 +87,14 @@ TEST(ChunkTraitsTest, ChunkRangesAndBlockPlaces) {
   EXPECT_EQ(traits.GetChunkOfBlock(1025), 1u);
   EXPECT_EQ(traits.GetBlockArea(1025), (DiskArea{8192, 8192}));
   EXPECT_EQ(BlockSizeAwareDataBlockTraits(8).GetArea(3), (DiskArea{24, 8}));
+}
+
+TEST(BatTraitsTest, RegionBytesMapToEveryEntryTheyTouchUpToTheLimit) {
+  const LimitedBatRegionAreaToIndexMap map(10);
+  struct Case { Area area; IndexRange indices; };
+  for (const Case& c : {Case{{0, 0}, {0, 0}}, Case{{40, 0}, {0, 0}}, Case{{4, 8}, {0, 2}}, Case{{8, 8}, {1, 1}},
+                        Case{{76, 100}, {9, 1}}, Case{{200, 8}, {10, 0}}})
+    EXPECT_EQ(map.Map(c.area), c.indices) << c.area.Offset << "+" << c.area.Size;
 }
 
 // A BAT of ratio 2 (payload, payload, bitmap, ...) in a file region.

@@ -1,8 +1,8 @@
 // The log: which entries a scan takes as the active sequence and how a
-// replay plays them, what zeroing entries clear, the refusal of scans that
-// would not end, and the in-memory overlay a read-only open replays into.
-// Replays of whole files, qemu's among them, are in qemu_test.cc and
-// corruption_test.cc.
+// replay plays them, how the entry reader counts descriptor sectors, what
+// zeroing entries clear, the refusal of scans that would not end, and the
+// in-memory overlay a read-only open replays into. Replays of whole files,
+// qemu's among them, are in qemu_test.cc and corruption_test.cc.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "vhdx/format/header_reader.h"
+#include "vhdx/log/invalid_log_entry.h"
 #include "vhdx/log/log_entry_reader.h"
 #include "vhdx/log/log_scanner.h"
 #include "vhdx/log/non_persistent_file.h"
@@ -47,6 +48,17 @@ std::string Sector(char fill) {
   s.replace(4092, 4, "TAIL");
   return s;
 }
+
+// Counts the reads that touch the log region.
+class LogReadCounter : public Vhdx::FileDecorator {
+ public:
+  using FileDecorator::FileDecorator;
+  int LogReads = 0;
+  void Read(std::uint64_t offset, std::size_t size, void* buffer) override {
+    LogReads += offset < kLogOffset + kLogLength && offset + size > kLogOffset;
+    FileDecorator::Read(offset, size, buffer);
+  }
+};
 
 // A container of 3 MiB: headers naming a log at 1 MiB (or none), the log,
 // and 1 MiB of 0xEE bytes that the entries change.
@@ -141,6 +153,50 @@ TEST_F(LogReplayTest, ScanChoosesTheUsableSequenceWithTheGreatestLastNumber) {
     if (c.flipSecond) bytes[kLogOffset + 8192 + kSector + 100] ^= 0x10;  // in its data sector
     EXPECT_EQ(Scan(), c.active);
   }
+}
+
+TEST_F(LogReplayTest, EntryReaderKeepsTheDescriptorSectorRuleAndRefusesWhatTheFileCannotHold) {
+  // Zero descriptors over single sectors of the payload, round; the last
+  // one lies in the further descriptor sector.
+  auto zeroes = [](std::size_t count) {
+    std::vector<Change> changes;
+    for (std::size_t i = 0; i < count; ++i) changes.push_back({kPayload + i % 256 * kSector, "", kSector});
+    return changes;
+  };
+  auto read = [&](const Entry& entry) {
+    Put(0, entry);
+    raw.Load(bytes);
+    return Vhdx::LogEntryReader::Read(file, kLogOffset, 0);
+  };
+  const auto whole = read({3, 0, zeroes(254)});
+  ASSERT_TRUE(whole->IsValid());
+  whole->Apply(file);
+  EXPECT_EQ(raw.Bytes(kPayload + 253 * kSector, kSector), std::string(kSector, '\0'));
+  EXPECT_EQ(raw.Bytes(kPayload + 254 * kSector + 1, 1), "\xEE");  // past the one byte the last piece adds
+  EXPECT_FALSE(read({3, 0, zeroes(127)})->IsValid());
+  // Two further sectors: each is read again when its turn comes.
+  Reset();
+  const auto twice = read({3, 0, zeroes(382)});
+  ASSERT_TRUE(twice->IsValid());
+  twice->Apply(file);
+  EXPECT_EQ(raw.Bytes(kPayload, 256 * kSector), std::string(256 * kSector, '\0'));
+
+  // Counts that would make the reader go past the end of the file.
+  std::uint8_t* h = At(bytes, kLogOffset);
+  Vhdx::StoreLe32(h + 24, 0xFFFFFFFF);
+  raw.Load(bytes);
+  LogReadCounter counter(file);
+  EXPECT_FALSE(Vhdx::LogEntryReader::Read(counter, kLogOffset, 0)->IsValid());
+  EXPECT_EQ(counter.LogReads, 1);
+  Put(0, {3, 0, {{kPayload, Sector('d')}}});
+  bytes.resize(kLogOffset + kSector);  // its data sector lies past the end
+  raw.Load(bytes);
+  EXPECT_FALSE(Vhdx::LogEntryReader::Read(file, kLogOffset, 0)->IsValid());
+  EXPECT_FALSE(Vhdx::LogEntryReader::Read(file, kLogOffset, 100)->IsValid());
+
+  const Vhdx::InvalidLogEntry invalid;
+  EXPECT_EQ(CodeOf([&] { invalid.GetSequenceNumber(); }), 0x3C0029u);
+  EXPECT_EQ(CodeOf([&] { invalid.GetTail(); }), 0x3C0029u);
 }
 
 TEST_F(LogReplayTest, ZeroingTakesItsTailLengthFromThePieceCount) {
