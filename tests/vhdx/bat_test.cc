@@ -12,8 +12,6 @@
 #include <gtest/gtest.h>
 
 #include "common/site.h"
-#include "vhd/block_bitmap_arrays.h"
-#include "vhd/caching_bitmap_array.h"
 #include "vhd/data_block_info.h"
 #include "vhd/recorder.h"
 #include "vhdx/bat/bat_collectors.h"
