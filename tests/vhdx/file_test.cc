@@ -24,7 +24,7 @@ using VhdxTest::CodeOf;
 using VhdxTest::ScriptedFile;
 using Log = std::vector<std::string>;
 
-TEST(WriteableFileTest, TransfersCompleteAcrossShortCallsAndZeroesIn4096BytePieces) {
+TEST(WriteableFileTest, TransfersCompleteAcrossShortCallsAndZeroesInMiBPieces) {
   ScriptedFile raw;
   raw.Step = 3;
   Vhdx::WriteableFile file(raw);
@@ -37,9 +37,14 @@ TEST(WriteableFileTest, TransfersCompleteAcrossShortCallsAndZeroesIn4096BytePiec
   file.Write(0, 12000, std::string(12000, '\x01').data());
   raw.Writes.clear();
   file.WriteZero(100, 10000);
-  EXPECT_EQ(raw.Writes, (std::vector<std::size_t>{4096, 4096, 1808}));
+  EXPECT_EQ(raw.Writes, (std::vector<std::size_t>{10000}));
   EXPECT_EQ(raw.Bytes(99, 10002), "\x01" + std::string(10000, '\0') + "\x01");
   EXPECT_EQ(file.GetSize(), 12000u);
+  raw.Writes.clear();
+  file.WriteZero(11999, (1 << 20) + 2);
+  EXPECT_EQ(raw.Writes, (std::vector<std::size_t>{1 << 20, 2}));
+  EXPECT_EQ(raw.Bytes(11998, (1 << 20) + 3), "\x01" + std::string((1 << 20) + 2, '\0'));
+  EXPECT_EQ(file.GetSize(), 11999u + (1 << 20) + 2);
 }
 
 TEST(WriteableFileTest, RaisesEndOfFileAFullMediumUnnamableOffsetsAndWhatTheFileObjectHolds) {

@@ -280,6 +280,7 @@ TEST(NonPersistentFileTest, MergesOverlapsKeepsTouchingRangesApartAndOnlyGrows) 
        {"0+16M", "16+1M"}},
       {{{'W', 0, 0, 'a'}, {'Z', 5, 0, 0}}, {}},
       {{{'E', 10100, 0, 0}, {'E', 50, 0, 0}}, {"100+4096Z", "4196+4096Z", "8292+1808Z"}},
+      {{{'Z', 10, 5000, 0}}, {"10+4096Z", "4106+904Z"}},
   };
   for (const auto& c : cases) {
     Fixture f(std::string(100, 'u'));

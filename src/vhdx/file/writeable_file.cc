@@ -1,6 +1,8 @@
 #include "vhdx/file/writeable_file.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <vector>
 
 #include "common/site.h"
 #include "vhdx/format/errors.h"
@@ -8,7 +10,8 @@
 namespace Vhdx {
 namespace {
 
-constexpr std::size_t kZeroPiece = 4096;
+// Large enough that a long run costs few calls, small enough to allocate.
+constexpr std::uint64_t kZeroPiece = std::uint64_t{1} << 20;
 
 }  // namespace
 
@@ -34,10 +37,12 @@ void WriteableFile::WriteZero(std::uint64_t offset, std::uint64_t size) {
 
 void WriteableFile::WriteZeroes(std::uint64_t offset, std::uint64_t size) {
   if (size == 0) return;
-  static constexpr std::uint8_t kZeros[kZeroPiece] = {};
-  const std::uint64_t pieces = size / kZeroPiece;
-  for (std::uint64_t i = 0; i < pieces; ++i, offset += kZeroPiece) Write(offset, kZeroPiece, kZeros);
-  if (const auto rest = static_cast<std::size_t>(size % kZeroPiece)) Write(offset, rest, kZeros);
+  const std::vector<std::uint8_t> zeros(std::min(size, kZeroPiece));
+  for (std::uint64_t done = 0; done < size;) {
+    const std::size_t n = std::min<std::uint64_t>(size - done, zeros.size());
+    Write(offset + done, n, zeros.data());
+    done += n;
+  }
 }
 
 void WriteableFile::Expand(std::uint64_t size) {

@@ -13,9 +13,10 @@ namespace Vhdx {
 
 namespace {
 
-// Pieces of this size, not one range: a later write merges with the pieces
-// it meets only, so the zeros it turns into real bytes stay near its size.
-constexpr std::uint64_t kExpandPiece = 4096;
+// Zeros are kept in pieces of this size, not one range: a later write merges
+// with the pieces it meets only, so the zeros it turns into real bytes stay
+// near its size.
+constexpr std::uint64_t kZeroPiece = 4096;
 
 // A place whose end wraps around cannot be kept apart from the others; it
 // is refused as the file below refuses a place it cannot name.
@@ -85,18 +86,19 @@ void NonPersistentFile::Write(std::uint64_t offset, std::size_t size, const void
   Insert(std::make_shared<InMemoryDataRange>(offset, std::vector<std::uint8_t>(bytes, bytes + size)));
 }
 
-void NonPersistentFile::WriteZero(std::uint64_t offset, std::uint64_t size) {
-  RefuseWrap(offset, size);
-  if (size == 0) return;
-  Insert(std::make_shared<ZeroDataRange>(offset, size));
-}
-
-void NonPersistentFile::Expand(std::uint64_t size) {
-  for (std::uint64_t at = GetSize(); at < size;) {
-    const std::uint64_t piece = std::min(size - at, kExpandPiece);
+void NonPersistentFile::InsertZeros(std::uint64_t offset, std::uint64_t end) {
+  for (std::uint64_t at = offset; at < end;) {
+    const std::uint64_t piece = std::min(end - at, kZeroPiece);
     Insert(std::make_shared<ZeroDataRange>(at, piece));
     at += piece;
   }
 }
+
+void NonPersistentFile::WriteZero(std::uint64_t offset, std::uint64_t size) {
+  RefuseWrap(offset, size);
+  InsertZeros(offset, offset + size);
+}
+
+void NonPersistentFile::Expand(std::uint64_t size) { InsertZeros(GetSize(), size); }
 
 }  // namespace Vhdx

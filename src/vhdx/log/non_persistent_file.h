@@ -39,6 +39,8 @@ class NonPersistentFile : public File {
   // The first stored range that ends after `offset`.
   RangeMap::iterator FirstEndingAfter(std::uint64_t offset);
   void Insert(std::shared_ptr<DataRange> range);
+  // Zeros over [offset, end), in pieces.
+  void InsertZeros(std::uint64_t offset, std::uint64_t end);
 
   File& file_;
   RangeMap ranges_;
