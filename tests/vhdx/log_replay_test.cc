@@ -276,6 +276,7 @@ TEST(NonPersistentFileTest, MergesOverlapsKeepsTouchingRangesApartAndOnlyGrows) 
       {{{'W', 0, 10, 'a'}, {'Z', 5, 10, 0}}, {"0+15M"}},
       {{{'Z', 0, 10, 0}, {'Z', 5, 10, 0}}, {"0+15Z"}},
       {{{'W', 0, 10, 'a'}, {'W', 10, 5, 'b'}}, {"0+10M", "10+5M"}},
+      {{{'W', 10, 5, 'b'}, {'W', 0, 10, 'a'}}, {"0+10M", "10+5M"}},
       {{{'W', 0, 4, 'a'}, {'Z', 6, 4, 0}, {'W', 12, 4, 'c'}, {'W', 2, 12, 'd'}, {'W', 16, 1, 'e'}},
        {"0+16M", "16+1M"}},
       {{{'W', 0, 0, 'a'}, {'Z', 5, 0, 0}}, {}},
@@ -314,6 +315,7 @@ TEST(NonPersistentFileTest, RaisesItsOwnFaultsAndPassesTheFileBelowThrough) {
        u"second with Offset = 30, Size = 5."},
       {[&] { f.Read(105, 10); }, FileError::EndOfFile, u"The end of the file has been reached."},
       {[&] { f.File.WriteZero(UINT64_MAX - 4, 10); }, FileError::Seek, {}},
+      {[&] { f.File.Write(UINT64_MAX - 4, 10, buffer); }, FileError::Seek, {}},
   };
   for (const auto& c : cases) {
     const Common::Error error = Raised(c.fn);
