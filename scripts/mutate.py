@@ -14,7 +14,10 @@ before and after a change to the tests, and compare.
 
 Kinds of fault: a comparison flipped (== and !=, < and <=, > and >=), && and
 || swapped, an integer constant changed by one, a statement that calls
-something dropped, a true or false inverted. A folder gives its .cc files
+something dropped, a true or false inverted, and in a message catalogue
+(resources/messages/en.txt, named on its own) a text changed after its
+first word, which is what the tests of texts and error contracts catch.
+A folder gives its .cc files
 only, since a change in a header rebuilds much of the project; a header
 named on its own is taken, for code that lives in headers alone.
 
@@ -69,11 +72,20 @@ def code_part(line):
     return "".join(out).ljust(len(line))[:len(line)]
 
 
+MESSAGE_ENTRY = re.compile(r"^(\d+\s+\w+\s+)(\S+)(.*)$")
+
+
 def sites(path):
     """Every fault that applies to one file: (path, line number, old, new)."""
     found = []
     with open(path, encoding="utf-8") as f:
         lines = f.read().split("\n")
+    if path.endswith(".txt"):
+        for number, line in enumerate(lines, 1):
+            m = MESSAGE_ENTRY.match(line)
+            if m and not line.startswith("#"):
+                found.append((path, number, line, m.group(1) + m.group(2) + "#" + m.group(3)))
+        return found
     in_block_comment = False
     for number, line in enumerate(lines, 1):
         stripped = line.strip()
@@ -109,10 +121,10 @@ def sources(arguments):
         if os.path.isdir(path):
             for folder, _, names in os.walk(path):
                 files += [os.path.join(folder, n) for n in names if n.endswith(".cc")]
-        elif path.endswith((".cc", ".h")):
+        elif path.endswith((".cc", ".h", ".txt")):
             files.append(path)
         else:
-            sys.exit(f"not a .cc or .h file or a folder: {argument}")
+            sys.exit(f"not a .cc, .h or .txt file or a folder: {argument}")
     return sorted(set(files))
 
 
